@@ -1,0 +1,102 @@
+#include "options.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace corvane::tools {
+
+const char* const kUsage =
+    "Usage: corvane-decode INPUT [options]\n"
+    "Decodes an H.264 or H.265 stream with libcorvane, one packet a call, and prints a\n"
+    "summary. INPUT is a raw Annex B stream (.h264 .264 .h265 .265 .hevc) or a\n"
+    "container that FFmpeg reads (.mp4 .mkv .ts ...).\n"
+    "\n"
+    "Options:\n"
+    "  --out DIR         write the pictures into DIR (created when missing)\n"
+    "  --every N         write only every Nth picture: 0, N, 2N, ... (default 1)\n"
+    "  --format F        bmp, png (default) or raw: all pictures appended as BGR24\n"
+    "                    to DIR/pictures.bgr, width * 3 bytes a row, top row first\n"
+    "  --codec C         h264 or h265, whatever the file name or container says\n"
+    "  --median          decode with the 3x3 median clean-up (H.264 only)\n"
+    "  --callback        take every picture through the frame callback\n"
+    "  --max N           stop after N pictures\n"
+    "  --quiet           print nothing but errors\n"
+    "  --help            show this text\n"
+    "\n"
+    "The decoder leaves the bottom row of each picture unwritten; written pictures\n"
+    "repeat the row above it there. Exit status: 0 when at least one picture was\n"
+    "decoded, 1 when the input can't be read or gives no picture, 2 for a bad\n"
+    "command line.\n";
+
+namespace {
+
+long ParseCount(const std::string& option, const std::string& text) {
+    errno = 0;
+    char* end = nullptr;
+    const long value = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno != 0 || value < 1)
+        throw UsageError(option + " wants a whole number of at least 1, not '" + text + "'");
+    return value;
+}
+
+}  // namespace
+
+Options ParseOptions(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        std::optional<std::string> inlineValue;
+        if (arg.rfind("--", 0) == 0) {
+            if (const auto eq = arg.find('='); eq != std::string::npos) {
+                inlineValue = arg.substr(eq + 1);
+                arg.resize(eq);
+            }
+        }
+        auto value = [&]() -> std::string {
+            if (inlineValue) return *inlineValue;
+            if (i + 1 >= argc) throw UsageError(arg + " wants a value");
+            return argv[++i];
+        };
+        auto flag = [&](bool& target) {
+            if (inlineValue) throw UsageError(arg + " takes no value");
+            target = true;
+        };
+        if (arg == "--help" || arg == "-h") {
+            options.help = true;
+        } else if (arg == "--out") {
+            options.outDir = value();
+        } else if (arg == "--every") {
+            options.every = ParseCount(arg, value());
+        } else if (arg == "--max") {
+            options.max = ParseCount(arg, value());
+        } else if (arg == "--format") {
+            const std::string name = value();
+            const auto format = ParsePictureFormat(name);
+            if (!format) throw UsageError("unknown picture format '" + name + "' (bmp, png, raw)");
+            options.format = *format;
+        } else if (arg == "--codec") {
+            const std::string name = value();
+            options.codec = ParseCodec(name);
+            if (!options.codec) throw UsageError("unknown codec '" + name + "' (h264, h265)");
+        } else if (arg == "--median") {
+            flag(options.median);
+        } else if (arg == "--callback") {
+            flag(options.callback);
+        } else if (arg == "--quiet" || arg == "-q") {
+            flag(options.quiet);
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            throw UsageError("unknown option " + arg);
+        } else if (options.input.empty()) {
+            options.input = arg;
+        } else {
+            throw UsageError("one input file only ('" + options.input + "' and '" + arg + "')");
+        }
+    }
+    if (options.help) return options;
+    if (options.input.empty()) throw UsageError("no input file");
+    if (options.median && options.codec == Codec::H265)
+        throw UsageError("--median works on H.264 streams only");
+    return options;
+}
+
+}  // namespace corvane::tools

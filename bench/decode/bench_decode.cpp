@@ -1,0 +1,173 @@
+// Per-picture cost of decoding through the library against FFmpeg used directly.
+//
+// Both sides decode the same 1080p H.264 stream (made once with the ffmpeg CLI)
+// one packet at a time with the same decoder settings (FFmpeg picks the thread
+// count, slice threading, corrupt pictures shown, fast decoding) and convert
+// each picture to BGR24 with swscale (fast bilinear). What differs is the
+// library's session, locks, header and delivery: its overhead, which the closing
+// line states as the ratio of the median times.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "corvane.h"
+#include "packet_source.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libswscale/swscale.h>
+}
+
+namespace {
+
+constexpr int kWidth = 1920;
+constexpr int kHeight = 1080;
+constexpr int kFrames = 80;
+constexpr size_t kPictureBytes = size_t{kWidth} * kHeight * 3;
+
+using Packets = std::vector<std::vector<uint8_t>>;
+
+// Four slices a picture, as many cameras send, so that slice threading has work.
+std::string MakeStream() {
+    const std::string dir = CORVANE_BENCH_DATA_DIR;
+    const std::string path = dir + "/decode_1080p.h264";
+    struct stat st {};
+    if (stat(path.c_str(), &st) == 0 && st.st_size > 0) return path;
+    const std::string tmp = path + ".tmp.h264";
+    const std::string cmd = "mkdir -p '" + dir +
+                            "' && ffmpeg -nostdin -y -loglevel error -f lavfi -i "
+                            "testsrc2=size=1920x1080:rate=25 -frames:v " +
+                            std::to_string(kFrames) +
+                            " -c:v libx264 -profile:v main -bf 0 -g 50 -x264-params slices=4 '" +
+                            tmp + "' && mv '" + tmp + "' '" + path + "'";
+    if (std::system(cmd.c_str()) != 0) {
+        std::fprintf(stderr, "cannot make the stream: %s\n", cmd.c_str());
+        std::exit(1);
+    }
+    return path;
+}
+
+const Packets& Stream() {
+    static const Packets packets = [] {
+        Packets all;
+        auto source = corvane::tools::OpenPacketSource(MakeStream(), corvane::tools::Codec::H264);
+        corvane::tools::PacketView p;
+        while (source->Next(p)) all.emplace_back(p.data, p.data + p.size);
+        return all;
+    }();
+    return packets;
+}
+
+void ReportPictures(benchmark::State& state, long pictures) {
+    if (pictures != static_cast<long>(state.iterations()) * kFrames)
+        state.SkipWithError("not every packet gave a picture");
+    state.counters["per_picture"] =
+        benchmark::Counter(static_cast<double>(pictures),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void BM_Corvane(benchmark::State& state) {
+    const Packets& packets = Stream();
+    std::vector<uint8_t> out(kPictureBytes);
+    long pictures = 0;
+    for (auto _ : state) {
+        CodecHandle session = H264CodecOpen();
+        for (const auto& p : packets) {
+            BITMAPINFOHEADER header{};
+            const int rc = H264CodecDecompress(session, p.data(), static_cast<int32_t>(p.size()),
+                                               &header, out.data(), static_cast<int32_t>(out.size()));
+            if (rc == 0 && header.biSize == 40 && header.biHeight == kHeight) ++pictures;
+        }
+        H264CodecClose(session);
+        benchmark::DoNotOptimize(out.data());
+    }
+    ReportPictures(state, pictures);
+}
+
+void BM_Ffmpeg(benchmark::State& state) {
+    const Packets& packets = Stream();
+    std::vector<uint8_t> out(kPictureBytes);
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* frame = av_frame_alloc();
+    long pictures = 0;
+    for (auto _ : state) {
+        const AVCodec* codec = avcodec_find_decoder_by_name("h264");
+        AVCodecContext* ctx = avcodec_alloc_context3(codec);
+        ctx->thread_count = 0;
+        ctx->thread_type = FF_THREAD_SLICE;
+        ctx->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
+        ctx->flags2 |= AV_CODEC_FLAG2_FAST | AV_CODEC_FLAG2_SHOW_ALL;
+        if (avcodec_open2(ctx, codec, nullptr) < 0) {
+            state.SkipWithError("avcodec_open2 failed");
+            break;
+        }
+        SwsContext* sws = nullptr;
+        for (const auto& p : packets) {
+            packet->data = const_cast<uint8_t*>(p.data());
+            packet->size = static_cast<int>(p.size());
+            avcodec_send_packet(ctx, packet);
+            while (avcodec_receive_frame(ctx, frame) == 0) {
+                sws = sws_getCachedContext(sws, frame->width, frame->height,
+                                           static_cast<AVPixelFormat>(frame->format), frame->width,
+                                           frame->height, AV_PIX_FMT_BGR24, SWS_FAST_BILINEAR,
+                                           nullptr, nullptr, nullptr);
+                uint8_t* dst[4] = {out.data(), nullptr, nullptr, nullptr};
+                int dstStride[4] = {frame->width * 3, 0, 0, 0};
+                sws_scale(sws, frame->data, frame->linesize, 0, frame->height, dst, dstStride);
+                if (frame->height == kHeight) ++pictures;
+                av_frame_unref(frame);
+            }
+        }
+        sws_freeContext(sws);
+        avcodec_free_context(&ctx);
+        benchmark::DoNotOptimize(out.data());
+    }
+    av_frame_free(&frame);
+    av_packet_free(&packet);
+    ReportPictures(state, pictures);
+}
+
+// Several repetitions of a few whole passes each; wall time, since the decoder's
+// slice threads do part of the work.
+void Configure(benchmark::internal::Benchmark* b) {
+    b->Iterations(2)->Repetitions(6)->UseRealTime()->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(BM_Ffmpeg)->Apply(Configure);
+BENCHMARK(BM_Corvane)->Apply(Configure);
+
+// The console output, plus the medians kept for the closing ratio.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs)
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
+                !run.error_occurred)
+                medians[run.run_name.function_name] = run.GetAdjustedRealTime();
+        ConsoleReporter::ReportRuns(runs);
+    }
+    std::map<std::string, double> medians;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    Stream();  // make and load the stream before any timing
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const auto lib = reporter.medians.find("BM_Corvane");
+    const auto peer = reporter.medians.find("BM_Ffmpeg");
+    if (lib != reporter.medians.end() && peer != reporter.medians.end() && peer->second > 0) {
+        const double ratio = lib->second / peer->second;
+        std::printf("library / FFmpeg, median time a picture: %.4f (overhead %+.2f %%)\n", ratio,
+                    (ratio - 1.0) * 100.0);
+    }
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,31 @@
+// What exists once per process: made when the shared object is loaded, dropped
+// when it is unloaded. Nothing here can fail the load; an object that can't be
+// made stays null and its users carry on without it.
+#include "decoder/decoder.h"
+#include "platform/mutex.h"
+
+namespace corvane {
+
+namespace {
+
+// Created and closed with the library; no operation takes it.
+platform::Mutex* g_logMutex = nullptr;
+
+__attribute__((constructor)) void AttachProcess() {
+    decoder::CreateInitMutex();
+    // ---- render: "RenderInitMutex" is created here, between the two. ----
+    g_logMutex = platform::CreateMutex("LogMutex");
+    // ---- render: the display object is created here, after the mutexes. ----
+}
+
+__attribute__((destructor)) void DetachProcess() {
+    decoder::CloseInitMutex();
+    // ---- render: "RenderInitMutex" is closed here, between the two. ----
+    platform::CloseMutex(g_logMutex);
+    g_logMutex = nullptr;
+    // ---- render: the display object is released here, after the mutexes. ----
+}
+
+}  // namespace
+
+}  // namespace corvane

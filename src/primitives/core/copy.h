@@ -1,0 +1,50 @@
+// Row copies of the primitives, one build per code path. Safe to include from
+// a kernel unit: declarations only.
+//
+// ownCopyRows(src, srcStep, dst, dstStep, rowBytes, rows) copies `rows` rows
+// of `rowBytes` bytes. Steps may be negative; source and destination rows
+// don't overlap unless both steps are equal (the whole region then moves as
+// memmove would). Arguments are tested by the callers: rowBytes and rows at
+// least 1, pointers valid.
+#pragma once
+
+#include <cstdint>
+
+#include "primitives/core/variants.h"
+
+CORVANE_DECLARE_VARIANTS(void, ownCopyRows,
+                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                          int32_t rowBytes, int32_t rows))
+
+// The block copies of the AVX2 and AVX-512 paths, which share one code.
+// ownCopyBlock: any length from 0, overlap allowed as in memmove; returns dst.
+// ownCopyShort: a length below 32768, forward, no overlap.
+#define CORVANE_DECLARE_BLOCK_COPIES_(v)                                     \
+  namespace corvane::v {                                                     \
+  void* ownCopyBlock(const void* src, void* dst, int32_t length);            \
+  void ownCopyShort(const void* src, void* dst, int32_t length);             \
+  }
+CORVANE_DECLARE_BLOCK_COPIES_(l9)
+CORVANE_DECLARE_BLOCK_COPIES_(k0)
+#undef CORVANE_DECLARE_BLOCK_COPIES_
+
+namespace corvane::primitives {
+
+// Which way a copy went, for tests that aim at one road.
+enum CopyRoad : int32_t {
+  CopyRoadShort = 1,           // ownCopyShort
+  CopyRoadBlockStream,         // ownCopyBlock, non-temporal stores
+  CopyRoadBlockForward,        // ownCopyBlock, string moves
+  CopyRoadBlockBackward,       // ownCopyBlock, top down
+  CopyRoadRowsNarrow,          // rows below 512 bytes (l9, k0)
+  CopyRoadRowsForward,         // cached, first row first
+  CopyRoadRowsBackward,        // cached, last row first, each row from its end
+  CopyRoadRowsUnaligned,       // cached, each row with unaligned ends
+  CopyRoadRowsStream,          // non-temporal stores
+  CopyRoadRowsStreamUnaligned, // non-temporal stores after an unaligned head
+};
+
+// Called with each road taken when set; null in normal use.
+extern void (*copyRoadProbe)(int32_t road);
+
+}  // namespace corvane::primitives

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -90,6 +91,8 @@ struct StreamCase {
     int codecId;
     const char* options;     // extra command-line options
 };
+
+void PrintTo(const StreamCase& c, std::ostream* os) { *os << c.label; }
 
 class DecodeToolStream : public testing::TestWithParam<StreamCase> {};
 

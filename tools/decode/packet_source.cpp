@@ -41,6 +41,16 @@ std::optional<Codec> CodecFromExtension(const std::string& path) {
     return std::nullopt;
 }
 
+// A demuxer names every format it reads ("mov,mp4,m4a,..."): the one that the
+// file's extension names, or else the first.
+std::string ContainerName(const std::string& names, const std::string& path) {
+    const auto dot = path.rfind('.');
+    const std::string ext = dot == std::string::npos ? "" : path.substr(dot + 1);
+    const std::string list = "," + names + ",";
+    if (!ext.empty() && list.find("," + ext + ",") != std::string::npos) return ext;
+    return names.substr(0, names.find(','));
+}
+
 // A raw Annex B file read in small chunks and cut into access units by FFmpeg's
 // parser, so that each packet holds one picture with its parameter sets in front.
 class RawSource final : public PacketSource {
@@ -197,7 +207,7 @@ std::unique_ptr<PacketSource> OpenContainer(const std::string& path, std::option
                                  " (H.264 and H.265 only)");
     }
     const Codec codec = forced.value_or(id == AV_CODEC_ID_H264 ? Codec::H264 : Codec::H265);
-    const std::string kind = std::string(format->iformat->name) + " container";
+    const std::string kind = ContainerName(format->iformat->name, path) + " container";
     return std::make_unique<ContainerSource>(format, stream, codec, kind);
 }
 

@@ -2,10 +2,10 @@
 // a kernel unit: declarations only.
 //
 // ownCopyRows(src, srcStep, dst, dstStep, rowBytes, rows) copies `rows` rows
-// of `rowBytes` bytes. Steps may be negative; source and destination rows
-// don't overlap unless both steps are equal (the whole region then moves as
-// memmove would). Arguments are tested by the callers: rowBytes and rows at
-// least 1, pointers valid.
+// of `rowBytes` bytes. Steps may be negative; source and destination don't
+// overlap. Arguments are tested by the callers: rowBytes and rows at least 1,
+// pointers valid. Copies above half the largest cache go around it with
+// non-temporal stores; the thresholds differ by code path.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ CORVANE_DECLARE_VARIANTS(void, ownCopyRows,
                           int32_t rowBytes, int32_t rows))
 
 // The block copies of the AVX2 and AVX-512 paths, which share one code.
-// ownCopyBlock: any length from 0, overlap allowed as in memmove; returns dst.
+// ownCopyBlock: any length from 0, no overlap; returns dst.
 // ownCopyShort: a length below 32768, forward, no overlap.
 #define CORVANE_DECLARE_BLOCK_COPIES_(v)                                     \
   namespace corvane::v {                                                     \
@@ -45,6 +45,6 @@ enum CopyRoad : int32_t {
 };
 
 // Called with each road taken when set; null in normal use.
-extern void (*copyRoadProbe)(int32_t road);
+extern void (*copyRoadProbe)(int32_t road) __attribute__((visibility("hidden")));
 
 }  // namespace corvane::primitives

@@ -3,6 +3,7 @@
 // made stays null and its users carry on without it.
 #include "decoder/decoder.h"
 #include "platform/mutex.h"
+#include "render/render_process.h"
 
 namespace corvane {
 
@@ -13,17 +14,17 @@ platform::Mutex* g_logMutex = nullptr;
 
 __attribute__((constructor)) void AttachProcess() {
     decoder::CreateInitMutex();
-    // ---- render: "RenderInitMutex" is created here, between the two. ----
+    render::CreateInitMutex();
     g_logMutex = platform::CreateMutex("LogMutex");
-    // ---- render: the display object is created here, after the mutexes. ----
+    render::CreateDirect3D();
 }
 
 __attribute__((destructor)) void DetachProcess() {
     decoder::CloseInitMutex();
-    // ---- render: "RenderInitMutex" is closed here, between the two. ----
+    render::CloseInitMutex();
     platform::CloseMutex(g_logMutex);
     g_logMutex = nullptr;
-    // ---- render: the display object is released here, after the mutexes. ----
+    render::ReleaseDirect3D();
 }
 
 }  // namespace

@@ -16,26 +16,39 @@ Picture ToBgr(const AVFrame* frame) {
     Picture pic;
     pic.width = frame->width;
     pic.height = frame->height;
-    pic.bgr.resize(static_cast<size_t>(pic.width) * pic.height * 3);
     SwsContext* sws = sws_getContext(frame->width, frame->height,
                                      static_cast<AVPixelFormat>(frame->format), frame->width,
                                      frame->height, AV_PIX_FMT_BGR24, SWS_FAST_BILINEAR, nullptr,
                                      nullptr, nullptr);
     if (!sws) throw std::runtime_error("sws_getContext failed");
-    uint8_t* dst[4] = {pic.bgr.data(), nullptr, nullptr, nullptr};
-    int dstStride[4] = {pic.width * 3, 0, 0, 0};
-    sws_scale(sws, frame->data, frame->linesize, 0, frame->height, dst, dstStride);
+    // Into a frame of FFmpeg's own allocation, with its padded rows, as its
+    // tools convert: with rows of exactly width * 3 bytes swscale's vector
+    // writers leave pixels unwritten or overrun at widths not a multiple of 16.
+    AVFrame* bgr = av_frame_alloc();
+    if (!bgr) throw std::runtime_error("av_frame_alloc failed");
+    bgr->width = frame->width;
+    bgr->height = frame->height;
+    bgr->format = AV_PIX_FMT_BGR24;
+    if (av_frame_get_buffer(bgr, 0) < 0) throw std::runtime_error("av_frame_get_buffer failed");
+    sws_scale(sws, frame->data, frame->linesize, 0, frame->height, bgr->data, bgr->linesize);
     sws_freeContext(sws);
+    const size_t rowBytes = static_cast<size_t>(pic.width) * 3;
+    pic.bgr.resize(rowBytes * pic.height);
+    for (int y = 0; y < pic.height; ++y)
+        std::memcpy(pic.bgr.data() + y * rowBytes, bgr->data[0] + y * bgr->linesize[0], rowBytes);
+    av_frame_free(&bgr);
     return pic;
 }
 
 }  // namespace
 
-std::vector<Picture> ReferenceDecode(const std::vector<Packet>& packets, int codecId, bool drain) {
+std::vector<Picture> ReferenceDecode(const std::vector<Packet>& packets, int codecId, bool drain,
+                                     void (*configure)(AVCodecContext*)) {
     const AVCodec* codec = avcodec_find_decoder(static_cast<AVCodecID>(codecId));
     AVCodecContext* ctx = avcodec_alloc_context3(codec);
     if (!ctx) throw std::runtime_error("no decoder");
     ctx->thread_count = 1;
+    if (configure) configure(ctx);
     if (avcodec_open2(ctx, codec, nullptr) < 0) throw std::runtime_error("avcodec_open2 failed");
     AVFrame* frame = av_frame_alloc();
     AVPacket* pkt = av_packet_alloc();

@@ -7,6 +7,8 @@
 
 #include "common/streams.h"
 
+struct AVCodecContext;
+
 namespace corvane::test {
 
 struct Picture {
@@ -17,9 +19,12 @@ struct Picture {
 
 // Decodes every packet with libavcodec (send/receive, single thread) and
 // converts every picture to BGR24 with swscale. With `drain` the pictures still
-// held by the decoder at the end are flushed out too.
+// held by the decoder at the end are flushed out too. `configure`, if given,
+// sets decoder options on the context before it is opened (after the single
+// thread default), e.g. to decode with the same speed trade-offs as a client.
 std::vector<Picture> ReferenceDecode(const std::vector<Packet>& packets, int codecId,
-                                     bool drain = true);
+                                     bool drain = true,
+                                     void (*configure)(AVCodecContext*) = nullptr);
 
 // The first of `rows` BGR24 rows of `width` pixels in which a and b differ, or -1.
 int FirstDifferingRow(const uint8_t* a, const uint8_t* b, int width, int rows);

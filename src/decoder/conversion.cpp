@@ -1,9 +1,11 @@
 #include "decoder/conversion.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
 extern "C" {
+#include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
@@ -11,20 +13,97 @@ namespace corvane::decoder {
 
 namespace {
 
-// Source rows left for the second pass. swscale takes chroma-subsampled slices
-// in steps of two rows, and its exact converters write two rows at a time.
+// swscale's vector BGR24 writers work in groups of 16 pixels and size their
+// last group by the destination stride: with a stride of exactly width * 3 and
+// a width that isn't a multiple of 16 they either leave the last pixels of a
+// row unwritten or write up to 45 bytes past it. Such pictures are converted
+// into scratch rows with a frame's usual padded stride, and copied out.
+constexpr int kWholeGroupPixels = 16;
+constexpr int kPaddedStrideAlign = 32 * 3;  // bytes of 32 pixels, a frame's usual row alignment
+constexpr int64_t kRowOverrunSlack = 64;
+
+// Source rows of the second pass of a direct conversion. swscale takes
+// chroma-subsampled slices in steps of two rows, and its exact converters
+// write two rows at a time.
 constexpr int kTailSourceRows = 2;
 
-int64_t RowBytes(const AVFrame& picture) {
-    return static_cast<int64_t>(picture.width) * 3;
+int RowBytes(const AVFrame& picture) {
+    return picture.width * 3;
 }
 
-bool EnsureTailRows(CodecSession& session, int64_t bytes) {
-    if (bytes <= session.tailRowsBytes) return true;
-    auto* grown = static_cast<uint8_t*>(std::realloc(session.tailRows, static_cast<size_t>(bytes)));
+bool ConvertsInWholeGroups(const AVFrame& picture) {
+    return picture.width % kWholeGroupPixels == 0;
+}
+
+bool EnsureScratchRows(CodecSession& session, int64_t bytes) {
+    bytes += kRowOverrunSlack;
+    if (bytes <= session.scratchRowsBytes) return true;
+    auto* grown = static_cast<uint8_t*>(std::realloc(session.scratchRows, static_cast<size_t>(bytes)));
     if (!grown) return false;
-    session.tailRows = grown;
-    session.tailRowsBytes = bytes;
+    session.scratchRows = grown;
+    session.scratchRowsBytes = bytes;
+    return true;
+}
+
+// The picture's planes from source row `row` on: swscale takes a slice as
+// pointers to its own first rows. Chroma planes advance by fewer rows when
+// they are subsampled vertically.
+void SliceFrom(const AVFrame& picture, int row, const uint8_t* planes[4]) {
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture.format));
+    const int chromaShift = desc ? desc->log2_chroma_h : 0;
+    for (int i = 0; i < 4; ++i) {
+        const int planeRow = (i == 1 || i == 2) ? row >> chromaShift : row;
+        planes[i] = picture.data[i]
+                        ? picture.data[i] + static_cast<ptrdiff_t>(planeRow) * picture.linesize[i]
+                        : nullptr;
+    }
+}
+
+int Scale(CodecSession& session, const AVFrame& picture, int firstRow, int rows, uint8_t* plane,
+          int stride) {
+    const uint8_t* source[4];
+    SliceFrom(picture, firstRow, source);
+    uint8_t* planes[4] = {plane, nullptr, nullptr, nullptr};
+    const int strides[4] = {stride, 0, 0, 0};
+    return sws_scale(session.swsContext, source, picture.linesize, firstRow, rows, planes, strides);
+}
+
+// The whole picture into scratch rows of padded stride, then `rows` rows out.
+bool ConvertStaged(CodecSession& session, const AVFrame& picture, uint8_t* dst, int rows) {
+    const int rowBytes = RowBytes(picture);
+    const int stride = (rowBytes + kPaddedStrideAlign - 1) / kPaddedStrideAlign * kPaddedStrideAlign;
+    if (!EnsureScratchRows(session, static_cast<int64_t>(stride) * picture.height)) return false;
+    Scale(session, picture, 0, picture.height, session.scratchRows, stride);
+    for (int y = 0; y < rows; ++y)
+        std::memcpy(dst + static_cast<ptrdiff_t>(y) * rowBytes,
+                    session.scratchRows + static_cast<ptrdiff_t>(y) * stride, rowBytes);
+    return true;
+}
+
+// Rows 0..height-2 straight into `dst` but for the few last ones, which come
+// out of a second pass into scratch rows; only those above the last row are
+// copied to `dst`.
+bool ConvertDirectAllButLastRow(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
+    const int height = picture.height;
+    const int rowBytes = RowBytes(picture);
+    // swscale says how many destination rows it could finish from the first
+    // pass's source rows; the second pass writes the rest.
+    const int headSourceRows = (height - kTailSourceRows) & ~1;
+    int rowsDone = headSourceRows > 0 ? Scale(session, picture, 0, headSourceRows, dst, rowBytes) : 0;
+    if (rowsDone < 0) rowsDone = 0;
+
+    if (!EnsureScratchRows(session, static_cast<int64_t>(height - rowsDone) * rowBytes)) return false;
+    // swscale addresses destination row r at plane + r * stride: the plane is
+    // placed rowsDone rows before the scratch, so that row rowsDone lands on
+    // its first byte. Nothing is written before it.
+    const auto origin = reinterpret_cast<uintptr_t>(session.scratchRows) -
+                        static_cast<uintptr_t>(rowsDone) * static_cast<uintptr_t>(rowBytes);
+    Scale(session, picture, headSourceRows, height - headSourceRows,
+          reinterpret_cast<uint8_t*>(origin), rowBytes);
+    const int rowsToCopy = height - 1 - rowsDone;
+    if (rowsToCopy > 0)
+        std::memcpy(dst + static_cast<ptrdiff_t>(rowsDone) * rowBytes, session.scratchRows,
+                    static_cast<size_t>(rowsToCopy) * rowBytes);
     return true;
 }
 
@@ -46,46 +125,15 @@ bool PrepareConversion(CodecSession& session, const AVFrame& picture) {
 }
 
 bool ConvertAllButLastRow(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-    const int height = picture.height;
-    const int64_t rowBytes = RowBytes(picture);
-    const int stride = static_cast<int>(rowBytes);
-    if (height < 2) return true;  // a one-row picture has no row to write
-
-    // First pass: the top of the picture straight into the caller's buffer.
-    // swscale says how many destination rows it could finish from these
-    // source rows; the rest come out of the second pass.
-    const int headSourceRows = (height - kTailSourceRows) & ~1;
-    int rowsDone = 0;
-    if (headSourceRows > 0) {
-        uint8_t* planes[4] = {dst, nullptr, nullptr, nullptr};
-        const int strides[4] = {stride, 0, 0, 0};
-        rowsDone = sws_scale(session.swsContext, picture.data, picture.linesize, 0,
-                             headSourceRows, planes, strides);
-        if (rowsDone < 0) rowsDone = 0;
-    }
-
-    // Second pass: the remaining rows, last row included, into the session's
-    // scratch. swscale addresses destination row r at plane + r * stride, so the
-    // plane is placed rowsDone rows before the scratch (never written there).
-    if (!EnsureTailRows(session, (height - rowsDone) * rowBytes)) return false;
-    const auto tailOrigin =
-        reinterpret_cast<uintptr_t>(session.tailRows) - static_cast<uintptr_t>(rowsDone * rowBytes);
-    uint8_t* planes[4] = {reinterpret_cast<uint8_t*>(tailOrigin), nullptr, nullptr, nullptr};
-    const int strides[4] = {stride, 0, 0, 0};
-    sws_scale(session.swsContext, picture.data, picture.linesize, headSourceRows,
-              height - headSourceRows, planes, strides);
-    const int rowsToCopy = height - 1 - rowsDone;
-    if (rowsToCopy > 0)
-        std::memcpy(dst + rowsDone * rowBytes, session.tailRows,
-                    static_cast<size_t>(rowsToCopy * rowBytes));
-    return true;
+    if (picture.height < 2) return true;  // a one-row picture has no row to write
+    if (!ConvertsInWholeGroups(picture)) return ConvertStaged(session, picture, dst, picture.height - 1);
+    return ConvertDirectAllButLastRow(session, picture, dst);
 }
 
-void ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-    uint8_t* planes[4] = {dst, nullptr, nullptr, nullptr};
-    const int strides[4] = {static_cast<int>(RowBytes(picture)), 0, 0, 0};
-    sws_scale(session.swsContext, picture.data, picture.linesize, 0, picture.height, planes,
-              strides);
+bool ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
+    if (!ConvertsInWholeGroups(picture)) return ConvertStaged(session, picture, dst, picture.height);
+    Scale(session, picture, 0, picture.height, dst, RowBytes(picture));
+    return true;
 }
 
 void DropConversionContext(CodecSession& session) {
@@ -98,9 +146,9 @@ void DropConversionContext(CodecSession& session) {
 
 void ReleaseConversion(CodecSession& session) {
     DropConversionContext(session);
-    std::free(session.tailRows);
-    session.tailRows = nullptr;
-    session.tailRowsBytes = 0;
+    std::free(session.scratchRows);
+    session.scratchRows = nullptr;
+    session.scratchRowsBytes = 0;
 }
 
 }  // namespace corvane::decoder

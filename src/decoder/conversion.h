@@ -14,16 +14,16 @@ namespace corvane::decoder {
 bool PrepareConversion(CodecSession& session, const AVFrame& picture);
 
 // Rows 0 to height - 2 into `dst` (stride width * 3); the last row of `dst` is
-// left as it was. False if the session's few rows of scratch can't be had.
+// left as it was. False if the session's scratch rows can't be had.
 bool ConvertAllButLastRow(CodecSession& session, const AVFrame& picture, uint8_t* dst);
 
-// Every row into `dst`, which the session owns.
-void ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst);
+// Every row into `dst` (stride width * 3). False as above.
+bool ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst);
 
 // Frees the context alone: the next picture makes a new one.
 void DropConversionContext(CodecSession& session);
 
-// Frees the context and the rows of scratch.
+// Frees the context and the scratch rows.
 void ReleaseConversion(CodecSession& session);
 
 }  // namespace corvane::decoder

@@ -31,13 +31,13 @@ struct CodecSession {
     AVPacket* packet = nullptr;
     compat::PictureQueue pending;
 
-    // The picture shape swsContext was made for, and the few bottom rows that
-    // are converted aside so the caller's last row is never written.
+    // The picture shape swsContext was made for, and the rows converted aside
+    // so that the caller's last row is never written.
     int swsWidth = 0;
     int swsHeight = 0;
     int swsFormat = -1;
-    uint8_t* tailRows = nullptr;
-    int64_t tailRowsBytes = 0;
+    uint8_t* scratchRows = nullptr;
+    int64_t scratchRowsBytes = 0;
 
     // The shape the filter scratch pair was made for.
     int filterWidth = 0;

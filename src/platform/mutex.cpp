@@ -94,7 +94,10 @@ SharedBlock* MapShared(const char* name) {
       }
     }
   }
-  close(fd);  // also drops the flock
+  // Unlock explicitly: the mapping keeps the open file, and with it the flock,
+  // alive after close.
+  if (locked == 0) flock(fd, LOCK_UN);
+  close(fd);
   return block;
 }
 

@@ -13,6 +13,7 @@
 #include <map>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "corvane.h"
@@ -132,10 +133,11 @@ void BM_Ffmpeg(benchmark::State& state) {
     ReportPictures(state, pictures);
 }
 
-// Several repetitions of a few whole passes each; wall time, since the decoder's
-// slice threads do part of the work.
+// Many repetitions of a few whole passes each, the two sides interleaved in
+// random order (see main) so that a busy moment of the machine doesn't load one
+// side alone; wall time, since the decoder's slice threads do part of the work.
 void Configure(benchmark::internal::Benchmark* b) {
-    b->Iterations(2)->Repetitions(6)->UseRealTime()->Unit(benchmark::kMillisecond);
+    b->Iterations(3)->Repetitions(10)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 BENCHMARK(BM_Ffmpeg)->Apply(Configure);
 BENCHMARK(BM_Corvane)->Apply(Configure);
@@ -143,6 +145,7 @@ BENCHMARK(BM_Corvane)->Apply(Configure);
 // The console output, plus the medians kept for the closing ratio.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs)
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
@@ -156,6 +159,16 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Repetitions of both sides interleaved unless the command line says otherwise.
+    std::vector<char*> args(argv, argv + argc);
+    std::string interleave = "--benchmark_enable_random_interleaving=true";
+    bool given = false;
+    for (int i = 1; i < argc; ++i)
+        given |= std::string(argv[i]).rfind("--benchmark_enable_random_interleaving", 0) == 0;
+    if (!given) args.insert(args.begin() + 1, interleave.data());
+    argc = static_cast<int>(args.size());
+    args.push_back(nullptr);
+    argv = args.data();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     Stream();  // make and load the stream before any timing

@@ -1,6 +1,7 @@
 #include "harness/guarded_image.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 namespace corvane::test {
@@ -9,13 +10,13 @@ GuardedImage::GuardedImage(const ImageLayout& layout)
     : layout_(layout), pitch_(layout.rowBytes + layout.stepPad) {
   step_ = layout.bottomUp ? -pitch_ : pitch_;
   // Guard rows above and below, guard bytes before the first and after the
-  // last row, and room to place the first byte at any offset from 64.
+  // last row, and room to place the first byte at any offset in a page.
   const std::size_t body = static_cast<std::size_t>(pitch_) * layout.rows;
   const std::size_t guard = static_cast<std::size_t>(kGuardRows) * pitch_ + kGuardBytes;
-  storage_.assign(body + 2 * guard + 128, kSentinel);
+  storage_.assign(body + 2 * guard + 2 * 4096, kSentinel);
   const uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data()) + guard;
-  const uintptr_t aligned = (base + 63) & ~static_cast<uintptr_t>(63);
-  firstRowOffset_ = aligned + static_cast<uintptr_t>(layout.misalign & 63) -
+  const uintptr_t aligned = (base + 4095) & ~static_cast<uintptr_t>(4095);
+  firstRowOffset_ = aligned + static_cast<uintptr_t>(layout.misalign & 4095) -
                     reinterpret_cast<uintptr_t>(storage_.data());
   uint8_t* lowest = storage_.data() + firstRowOffset_;
   origin_ = layout.bottomUp ? lowest + static_cast<std::size_t>(pitch_) * (layout.rows - 1) : lowest;
@@ -67,7 +68,9 @@ void GuardedImage::FillValue(uint8_t value) {
       }
       failure << ", row " << layout_.rowBytes << " bytes, step " << step_;
     }
-    return failure << ": 0x" << std::hex << int{s[i]} << " instead of 0x" << int{kSentinel};
+    char found[48];
+    std::snprintf(found, sizeof found, ": 0x%02X instead of 0x%02X", s[i], kSentinel);
+    return failure << found;
   }
   return ::testing::AssertionSuccess();
 }

@@ -18,7 +18,7 @@ struct ImageLayout {
   int32_t rows = 1;
   int32_t stepPad = 0;     // extra bytes between rows: |step| = rowBytes + stepPad
   bool bottomUp = false;   // negative step: row 0 is the last row in memory
-  int32_t misalign = 0;    // offset of the first byte from a 64-byte boundary
+  int32_t misalign = 0;    // offset of the lowest byte from a page (4096) boundary
 };
 
 class GuardedImage {
@@ -57,7 +57,7 @@ class GuardedImage {
                                     int32_t rows);
 
 // A random layout: rows and rowBytes in the given ranges, a step pad of 0 or
-// up to 70 bytes, either direction, any misalignment.
+// up to 70 bytes, either direction, any offset from a 64-byte boundary.
 ImageLayout RandomLayout(std::mt19937& rng, int32_t maxRowBytes, int32_t maxRows);
 
 // Widths that cross each vector width by one either side: 1..9, then

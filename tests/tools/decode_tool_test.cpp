@@ -108,6 +108,7 @@ TEST_P(DecodeToolStream, WritesEveryPictureAsFfmpegDecodesIt) {
     const ToolRun run =
         RunTool("'" + input + "' --format raw --out '" + dir + "' " + c.options, dir);
     ASSERT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_EQ(run.err, "");  // no progress line when stderr isn't a terminal
     EXPECT_EQ(SummaryNumber(run.out, "pictures"), static_cast<long>(expected.size())) << run.out;
     EXPECT_EQ(SummaryNumber(run.out, "written"), static_cast<long>(expected.size())) << run.out;
     EXPECT_NE(run.out.find("size:     160x90\n"), std::string::npos) << run.out;
@@ -156,6 +157,20 @@ TEST(DecodeTool, WritesEveryNthPictureAsBmpAndPng) {
             ExpectSamePictures({expected[index]}, bgr);
         }
     }
+}
+
+TEST(DecodeTool, QuietRunPrintsNothingAndStopsAtMax) {
+    const std::string input = MakeStream("tools.h264", kWidth, kHeight, kFrames, kX264);
+    const std::string dir = Scratch("quiet");
+    const ToolRun run =
+        RunTool("'" + input + "' --quiet --max 3 --format=raw --out='" + dir + "'", dir);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out + run.err, "");
+    EXPECT_EQ(ReadFile(dir + "/pictures.bgr").size(), 3u * kWidth * kHeight * 3);
+
+    const ToolRun help = RunTool("--help", dir);
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind("Usage: corvane-decode INPUT", 0), 0u) << help.out;
 }
 
 struct BadInput {

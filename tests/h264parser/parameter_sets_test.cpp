@@ -181,7 +181,7 @@ TEST_P(SyntheticSps, ReadsWhatWasWritten) {
     EXPECT_EQ(sps.pic_order_cnt_type, s.pic_order_cnt_type);
     EXPECT_EQ(sps.log2_max_pic_order_cnt_lsb, s.pic_order_cnt_type == 0 ? 7u : 4u);
     EXPECT_EQ(sps.delta_pic_order_always_zero_flag, s.delta_pic_order_always_zero_flag);
-    EXPECT_EQ(sps.pic_width_in_mbs_minus1, 19u);
+    EXPECT_EQ(sps.pic_width_in_mbs_minus1, s.pic_width_in_mbs_minus1);
     EXPECT_EQ(sps.pic_height_in_map_units_minus1, 14u);
     EXPECT_EQ(sps.frame_mbs_only_flag, s.frame_mbs_only_flag);
     EXPECT_EQ(sps.time_scale, s.vui ? 60000u : 0u);
@@ -199,6 +199,53 @@ TEST_P(SyntheticSps, ReadsWhatWasWritten) {
 
 INSTANTIATE_TEST_SUITE_P(Written, SyntheticSps, testing::ValuesIn(SyntheticCases()),
                          [](const auto& info) { return CaseName(info.param.name); });
+
+// A header-only parser stops at frame_mbs_only_flag; a full one must find the
+// rest of the unit or define nothing.
+TEST(ParameterSetStore, HeaderOnlyStopsBehindFrameMbsOnlyFlag) {
+    test::SpsSpec spec;
+    spec.name = "vui";
+    spec.vui = true;
+    size_t flagBit = 0;
+    const std::vector<uint8_t> nal = test::WriteSps(spec, &flagBit);
+    const size_t flagCut = 5 + flagBit / 8 + 1;  // start code, header, payload to the flag's byte
+    ASSERT_LT(flagCut, nal.size());
+    struct Case {
+        size_t cut;
+        bool headerOnly;
+        bool defines;
+    };
+    const Case cases[] = {
+        {flagCut, true, true}, {flagCut - 1, true, false}, {flagCut, false, false},
+        {flagCut + 1, false, false}, {nal.size(), false, true}};
+    for (const Case& c : cases) {
+        cParser parser(1000, c.headerOnly);
+        parser.Reset();
+        Feed(parser, std::vector<uint8_t>(nal.begin(), nal.begin() + c.cut));
+        EXPECT_EQ(parser.Context().spsSlots[0].defined, c.defines) << c.cut << " bytes";
+    }
+}
+
+TEST(ParameterSetStore, ActiveSetFollowsRedefinitionAndCopies) {
+    cParser parser(1000, false);
+    parser.Reset();
+    test::SpsSpec spec;
+    spec.name = "narrow";
+    spec.pic_width_in_mbs_minus1 = 7;
+    Feed(parser, test::WriteSps(spec));
+    const SpsRecord& active = parser.Context().ActivateSPS(0);
+    spec.pic_width_in_mbs_minus1 = 44;
+    Feed(parser, test::WriteSps(spec));
+    EXPECT_EQ(&active, parser.Context().activeSps);
+    EXPECT_EQ(parser.Context().activeSps->pic_width_in_mbs_minus1, 44u);
+    // A copy's active set is its own slot; a reset clears the store.
+    const cContext copy = parser.Context();
+    EXPECT_EQ(copy.activeSps, &copy.spsSlots[0]);
+    parser.Reset();
+    EXPECT_EQ(parser.Context().activeSps, nullptr);
+    EXPECT_FALSE(parser.Context().spsSlots[0].defined);
+    EXPECT_TRUE(copy.spsSlots[0].defined);
+}
 
 }  // namespace
 }  // namespace corvane

@@ -57,7 +57,7 @@ void ExpectSpsMatchesTrace(const SpsRecord& sps, const TracedUnit& t) {
     EXPECT_EQ(sps.pic_struct_present_flag, Or(t, "pic_struct_present_flag", 0));
 }
 
-std::vector<uint8_t> WriteSps(const SpsSpec& s) {
+std::vector<uint8_t> WriteSps(const SpsSpec& s, size_t* flagBit) {
     BitWriter w;
     w.u(8, s.profile_idc).u(8, 0).u(8, 30).ue(s.seq_parameter_set_id);
     if (s.profile_idc == 100 || s.profile_idc == 244) {
@@ -76,7 +76,9 @@ std::vector<uint8_t> WriteSps(const SpsSpec& s) {
         w.u(1, s.delta_pic_order_always_zero_flag).se(-2).se(3).ue(s.offsetForRefFrame.size());
         for (int offset : s.offsetForRefFrame) w.se(offset);
     }
-    w.ue(2).u(1, 0).ue(19).ue(14).u(1, s.frame_mbs_only_flag);
+    w.ue(2).u(1, 0).ue(s.pic_width_in_mbs_minus1).ue(14);
+    if (flagBit) *flagBit = w.BitCount();
+    w.u(1, s.frame_mbs_only_flag);
     if (!s.frame_mbs_only_flag) w.u(1, 1);
     w.u(1, 1);  // direct_8x8_inference_flag
     w.u(1, s.cropping);

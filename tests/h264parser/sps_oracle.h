@@ -29,6 +29,7 @@ struct SpsSpec {
     uint32_t pic_order_cnt_type = 0;
     uint32_t delta_pic_order_always_zero_flag = 0;
     std::vector<int> offsetForRefFrame;  // the cycle of pic_order_cnt_type 1
+    uint32_t pic_width_in_mbs_minus1 = 19;
     uint32_t frame_mbs_only_flag = 1;
     bool cropping = false;
     bool vui = false;
@@ -39,9 +40,10 @@ struct SpsSpec {
 
 inline void PrintTo(const SpsSpec& s, std::ostream* os) { *os << s.name; }
 
-// The SPS as a NAL unit behind 00 00 00 01. Widths, sizes and timing are fixed:
-// log2_max_frame_num 9, log2_max_pic_order_cnt_lsb 7, 20 x 15 map units,
-// 1001 / 60000 with a fixed frame rate.
-std::vector<uint8_t> WriteSps(const SpsSpec& spec);
+// The SPS as a NAL unit behind 00 00 00 01. Other fields are fixed:
+// log2_max_frame_num 9, log2_max_pic_order_cnt_lsb 7, 15 map units high,
+// 1001 / 60000 with a fixed frame rate. `flagBit` receives the payload bit
+// position of frame_mbs_only_flag.
+std::vector<uint8_t> WriteSps(const SpsSpec& spec, size_t* flagBit = nullptr);
 
 }  // namespace corvane::test

@@ -62,7 +62,7 @@ void cContext::DefineSlice(const SliceRecord& record) {
     const SliceRecord& old = currentSlice;
     const bool bothPoc0 = old.pic_order_cnt_type == 0 && next.pic_order_cnt_type == 0;
     const bool bothPoc1 = old.pic_order_cnt_type == 1 && next.pic_order_cnt_type == 1;
-    const bool oneIdr = (old.nal_unit_type == 5) != (next.nal_unit_type == 5);
+    const bool eitherIdr = old.nal_unit_type == 5 || next.nal_unit_type == 5;
     next.startsPicture =
         !old.defined || old.frame_num != next.frame_num ||
         old.pic_parameter_set_id != next.pic_parameter_set_id ||
@@ -72,7 +72,7 @@ void cContext::DefineSlice(const SliceRecord& record) {
                       old.delta_pic_order_cnt_bottom != next.delta_pic_order_cnt_bottom)) ||
         (bothPoc1 && (old.delta_pic_order_cnt[0] != next.delta_pic_order_cnt[0] ||
                       old.delta_pic_order_cnt[1] != next.delta_pic_order_cnt[1])) ||
-        (old.nal_unit_type != next.nal_unit_type && oneIdr) ||
+        (old.nal_unit_type != next.nal_unit_type && eitherIdr) ||
         (old.nal_unit_type == 5 && next.nal_unit_type == 5 && old.idr_pic_id != next.idr_pic_id);
     currentSlice = next;
 }

@@ -56,7 +56,9 @@ std::string ContainerName(const std::string& names, const std::string& path) {
 class RawSource final : public PacketSource {
 public:
     RawSource(const std::string& path, Codec codec)
-        : PacketSource(codec, "raw Annex B"), chunk_(kReadChunk + AV_INPUT_BUFFER_PADDING_SIZE, 0) {
+        : PacketSource(codec, "raw Annex B"),
+          path_(path),
+          chunk_(kReadChunk + AV_INPUT_BUFFER_PADDING_SIZE, 0) {
         file_ = std::fopen(path.c_str(), "rb");
         if (!file_) throw std::runtime_error("cannot open " + path + ": " + std::strerror(errno));
         parser_ = av_parser_init(ToAvCodec(codec));
@@ -92,7 +94,8 @@ public:
 private:
     void Refill() {
         const size_t got = std::fread(chunk_.data(), 1, kReadChunk, file_);
-        if (got < kReadChunk && std::ferror(file_)) throw std::runtime_error("read error");
+        if (got < kReadChunk && std::ferror(file_))
+            throw std::runtime_error("cannot read " + path_ + ": " + std::strerror(errno));
         next_ = chunk_.data();
         left_ = static_cast<int>(got);
         eof_ = got == 0;
@@ -105,6 +108,7 @@ private:
         parser_ = nullptr;
     }
 
+    std::string path_;
     std::FILE* file_ = nullptr;
     AVCodecParserContext* parser_ = nullptr;
     AVCodecContext* context_ = nullptr;

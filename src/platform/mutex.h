@@ -3,7 +3,9 @@
 //  - named: shared by every process of the same user that uses the name,
 //    recursive for the owning thread, created race-free by concurrent
 //    processes, and taken over when a process died holding it.
-// Waits are infinite. Every operation accepts a null handle and then does nothing.
+// Waits are infinite. A wait that finds the mutex abandoned by a thread or
+// process that ended holding it takes it over. Every operation accepts a null
+// handle and then does nothing.
 #pragma once
 
 namespace corvane::platform {
@@ -14,7 +16,8 @@ struct Mutex;
 Mutex* CreateMutex(const char* name);
 void WaitMutex(Mutex* mutex);
 void ReleaseMutex(Mutex* mutex);
-// Drops the handle. A named mutex's shared object may outlive it.
+// Drops the handle; the caller must not hold the mutex through it. A named
+// mutex's shared object may outlive it.
 void CloseMutex(Mutex* mutex);
 
 }  // namespace corvane::platform

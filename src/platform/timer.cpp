@@ -16,7 +16,9 @@ namespace corvane::platform {
 struct Timer {
   TimerCallback callback = nullptr;
   void* context = nullptr;
-  std::chrono::milliseconds due{0};
+  // Fixed when the timer is made, so that a thread that starts late does not
+  // shift the phase of every later tick.
+  std::chrono::steady_clock::time_point firstDeadline;
   std::chrono::milliseconds period{0};
   std::mutex lock;  // guards `stopping`
   std::condition_variable wake;
@@ -27,7 +29,7 @@ struct Timer {
 namespace {
 
 void RunTimer(Timer* timer) {
-  auto deadline = std::chrono::steady_clock::now() + timer->due;
+  auto deadline = timer->firstDeadline;
   std::unique_lock<std::mutex> hold(timer->lock);
   for (;;) {
     if (timer->wake.wait_until(hold, deadline, [timer] { return timer->stopping; })) return;
@@ -47,7 +49,7 @@ Timer* CreateTimer(TimerCallback callback, void* context, uint32_t dueMs, uint32
   if (timer == nullptr) return nullptr;
   timer->callback = callback;
   timer->context = context;
-  timer->due = std::chrono::milliseconds(dueMs);
+  timer->firstDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(dueMs);
   timer->period = std::chrono::milliseconds(periodMs);
   try {
     timer->thread = std::thread(RunTimer, timer);

@@ -1,0 +1,94 @@
+// The small-mask median kernels (1x3, 1x5, 3x1, 5x1, 3x3, 5x5) of one code
+// path for all nine pixel forms, and the path's kernel table. Every output is
+// the exact per-channel median: branch-free min/max networks over whole
+// vectors, so the result is the same in every path and the time doesn't
+// depend on the picture.
+#include <immintrin.h>
+
+#include <cstring>
+
+#include "primitives/median/median_kernel.h"
+
+namespace corvane::CORVANE_VARIANT {
+namespace {
+
+#include "primitives/median/median_simd.inc"
+#include "primitives/median/median_networks.inc"
+#include "primitives/median/median_rows.inc"
+
+template <Elem E>
+constexpr int32_t kElemBytes = E == Elem::U8 ? 1 : 2;
+
+// Slots 0 and 1. The vertical masks see no channels, so a form that filters
+// all its channels walks the row as one flat run of elements.
+template <Elem E, int Ch, bool Keep>
+void ColumnKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                  ImageSize roi, ImageSize mask, uint8_t*) {
+  constexpr int32_t PB = Ch * kElemBytes<E>;
+  const bool three = MedianMaskCode(mask) == 13;
+#if CORVANE_VARIANT_INDEX >= 4
+  if (!Keep && dstStep % kVecBytes == 0) {
+    const int32_t rowBytes = roi.width * PB;
+    const int32_t pairs = roi.height / 2;
+    if (three) {
+      ColumnPairs<3, E>::Run(src, srcStep, dst, dstStep, rowBytes, pairs);
+    } else {
+      ColumnPairs<5, E>::Run(src, srcStep, dst, dstStep, rowBytes, pairs);
+    }
+    if (roi.height % 2 == 0) return;
+    const intptr_t last = roi.height - 1;
+    src += last * srcStep;
+    dst += last * dstStep;
+    roi.height = 1;
+  }
+#endif
+  if (three) {
+    RowWalker<Column3<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+  } else {
+    RowWalker<Column5<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+  }
+}
+
+// Slots 2 and 3.
+template <Elem E, int Ch, bool Keep>
+void RowKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
+               ImageSize mask, uint8_t*) {
+  constexpr int32_t PB = Ch * kElemBytes<E>;
+  if (MedianMaskCode(mask) == 31) {
+    RowWalker<Row3<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+  } else {
+    RowWalker<Row5<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+  }
+}
+
+// Slots 4 and 5.
+template <Elem E, int Ch, bool Keep>
+void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                  ImageSize roi, ImageSize mask, uint8_t*) {
+  constexpr int32_t PB = Ch * kElemBytes<E>;
+  if (MedianMaskCode(mask) == 33) {
+    RowWalker<Square3<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+  } else {
+    RowWalker<Square5<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+  }
+}
+
+// Slot 6, the general masks, has no kernel yet: the planner refuses them.
+#define CORVANE_MEDIAN_GROUP_(E, Ch, Keep)                                                  \
+  &ColumnKernel<E, Ch, Keep>, &ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>,          \
+      &RowKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, nullptr
+
+constexpr MedianKernel kKernelTable[kMedianKernelCount] = {
+    CORVANE_MEDIAN_GROUP_(Elem::U8, 3, false),  CORVANE_MEDIAN_GROUP_(Elem::U8, 4, true),
+    CORVANE_MEDIAN_GROUP_(Elem::U8, 4, false),  CORVANE_MEDIAN_GROUP_(Elem::U16, 3, false),
+    CORVANE_MEDIAN_GROUP_(Elem::U16, 4, true),  CORVANE_MEDIAN_GROUP_(Elem::U16, 4, false),
+    CORVANE_MEDIAN_GROUP_(Elem::S16, 3, false), CORVANE_MEDIAN_GROUP_(Elem::S16, 4, true),
+    CORVANE_MEDIAN_GROUP_(Elem::S16, 4, false),
+};
+#undef CORVANE_MEDIAN_GROUP_
+
+}  // namespace
+
+const MedianKernel* ownMedianKernelTable() { return kKernelTable; }
+
+}  // namespace corvane::CORVANE_VARIANT

@@ -1,8 +1,52 @@
 #include "decoder/first_frames.h"
 
 #include <cstring>
+#include <new>
+
+#include "h264parser/exception.h"
+#include "h264parser/parser.h"
 
 namespace corvane::decoder {
+
+namespace {
+
+// The parser sees no more of a packet than this: a sequence parameter set
+// that opens a packet fits in it many times over, and a packet of any size
+// costs one bounded copy.
+constexpr int32_t kParserBufferBytes = 1000;
+
+// Products the way a 32-bit signed header field holds them: wrapped, never
+// trapped, whatever size a damaged parameter set claims.
+int32_t Wrapped(uint32_t value) {
+    return static_cast<int32_t>(value);
+}
+
+// The header of a stream whose size so far is known only from its sequence
+// parameter set: whole macroblocks, no cropping, and map units taken as rows
+// as they stand (a field-coded stream shows half its frame height).
+void FillFromSps(const SpsRecord& sps, BITMAPINFOHEADER* header) {
+    const uint32_t width = 16u * (sps.pic_width_in_mbs_minus1 + 1u);
+    const uint32_t height = 16u * (sps.pic_height_in_map_units_minus1 + 1u);
+    header->biSize = sizeof(BITMAPINFOHEADER);
+    header->biWidth = Wrapped(width);
+    header->biHeight = Wrapped(height);
+    header->biPlanes = 1;
+    header->biBitCount = 24;
+    header->biSizeImage = static_cast<uint32_t>(Wrapped(width * height * 3u * 8u) / 8);
+}
+
+// Reads the unit at the start of the packet and gives the size of sequence
+// parameter set 0. Raises H264PARSER::cException when the packet defines no
+// such set.
+void ReadSizeFromPacket(const uint8_t* data, int32_t size, BITMAPINFOHEADER* header) {
+    cParser parser(kParserBufferBytes, true);
+    parser.Reset();
+    if (size > 0) parser.Append(data, size);  // the parser keeps its first 1000 bytes
+    parser.Process();
+    FillFromSps(parser.Context().ActivateSPS(0), header);
+}
+
+}  // namespace
 
 bool RunFirstFramesStep(CodecSession& session, const uint8_t* data, int32_t size,
                         BITMAPINFOHEADER* header) {
@@ -13,12 +57,20 @@ bool RunFirstFramesStep(CodecSession& session, const uint8_t* data, int32_t size
         session.needsInit = false;
         return true;
     }
-    // H.264: the stream's first sequence parameter set would give the size
-    // here. Until the packet is read, a packet without a picture settles
-    // nothing.
-    (void)data;
-    (void)size;
-    return false;
+    // The parser is best effort: a packet it can't read leaves the session
+    // unsettled, and the next packet gets a new decoder and a new attempt.
+    try {
+        ReadSizeFromPacket(data, size, header);
+    } catch (H264PARSER::cException* e) {
+        delete e;
+        std::memset(header, 0, sizeof(*header));
+        return false;
+    } catch (const std::bad_alloc&) {
+        std::memset(header, 0, sizeof(*header));
+        return false;
+    }
+    session.needsInit = false;
+    return true;
 }
 
 }  // namespace corvane::decoder

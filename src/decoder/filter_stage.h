@@ -1,7 +1,9 @@
 // The filter stages between conversion and output: median (ModeMedian,
-// ModeMedianToo) and sharpen (ModeSharpen). Both convert the picture into the
-// session's filterImage and filter it into the destination, using the
-// scratch pair filterImage / filterBuffer kept from picture to picture.
+// ModeMedianToo) and sharpen (ModeSharpen, refused until the sharpen
+// primitive exists). The median stage converts the whole picture into the
+// session's filterImage and filters it into the destination, using the
+// scratch pair filterImage / filterBuffer: made by the first filtered
+// picture, kept while the picture size stays, made anew when it changes.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +15,8 @@ namespace corvane::decoder {
 bool IsFilterMode(int32_t mode);
 
 // Runs the stage of `mode` on the picture into `dst` (width * 3 stride, full
-// height). 0, ResultNoResource when the scratch can't be had, or
-// ResultFilterFailed when the filter refuses.
+// height). 0, ResultNoResource when the scratch can't be sized or had, or
+// ResultFilterFailed when the filter refuses (and for the sharpen stage).
 int32_t RunFilterStage(CodecSession& session, int32_t mode, const AVFrame& picture, uint8_t* dst);
 
 // Frees filterImage and filterBuffer, if made, and clears them.

@@ -25,6 +25,10 @@ struct FirstFramesCase {
 
 using CaseFilter = bool (*)(const FirstFramesCase&);
 
+void PrintTo(const FirstFramesCase& c, std::ostream* os) {
+    *os << c.stream.file;
+}
+
 const FirstFramesCase kCases[] = {
     {kBaseline176, false, false},
     {{"ff_main_bpyr_176x144.h264", 176, 144, 10,

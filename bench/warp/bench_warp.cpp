@@ -8,12 +8,11 @@
 
 #include <cstdio>
 #include <map>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <random>
 #include <string>
 #include <vector>
-
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "corvane.h"
 #include "primitives/core/cpu_dispatch.h"
@@ -35,7 +34,8 @@ cv::Mat& Source() {
     std::mt19937 rng(11);
     for (int y = 0; y < kHeight; ++y) {
       uint8_t* row = m.ptr<uint8_t>(y);
-      for (int x = 0; x < kWidth * 3; ++x) row[x] = static_cast<uint8_t>(x / 5 + y / 2 + rng() % 16);
+      for (int x = 0; x < kWidth * 3; ++x)
+        row[x] = static_cast<uint8_t>(x / 5 + y / 2 + rng() % 16);
     }
     return m;
   }();
@@ -82,7 +82,8 @@ void BM_OpenCVResize(benchmark::State& state, Output out) {
 // column and row to the destination's far side.
 void BM_OpenCVWarpAffine(benchmark::State& state, Output out) {
   cv::setNumThreads(1);
-  const double sx = double(out.width) / (kCrop.width - 1), sy = double(out.height) / (kCrop.height - 1);
+  const double sx = double(out.width) / (kCrop.width - 1),
+               sy = double(out.height) / (kCrop.height - 1);
   const cv::Matx23d map(sx, 0, -kCrop.x * sx, 0, sy, -kCrop.y * sy);
   cv::Mat dst(out.height, out.width, CV_8UC3);
   for (auto _ : state) {
@@ -96,7 +97,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" && !run.error_occurred) {
+      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
+          !run.error_occurred) {
         medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
       }
     }
@@ -124,15 +126,18 @@ int main(int argc, char** argv) {
   std::vector<std::pair<std::string, std::string>> pairs;
   for (const Output& out : kOutputs) {
     const std::string size = out.name;
-    configure(benchmark::RegisterBenchmark(("opencv_resize/" + size).c_str(), BM_OpenCVResize, out));
-    configure(benchmark::RegisterBenchmark(("opencv_warpAffine/" + size).c_str(), BM_OpenCVWarpAffine,
-                                           out));
+    configure(
+        benchmark::RegisterBenchmark(("opencv_resize/" + size).c_str(), BM_OpenCVResize, out));
+    configure(benchmark::RegisterBenchmark(("opencv_warpAffine/" + size).c_str(),
+                                           BM_OpenCVWarpAffine, out));
     for (int v = 0; v < corvane::primitives::kCpuVariantCount; ++v) {
       if (!corvane::primitives::ownCpuCanRunVariant(v)) {
-        std::printf("%s skipped: this processor can't run it\n", corvane::primitives::CpuVariantPrefix(v));
+        std::printf("%s skipped: this processor can't run it\n",
+                    corvane::primitives::CpuVariantPrefix(v));
         continue;
       }
-      const std::string name = "BmpReSizeEx/" + size + "/" + corvane::primitives::CpuVariantPrefix(v);
+      const std::string name =
+          "BmpReSizeEx/" + size + "/" + corvane::primitives::CpuVariantPrefix(v);
       configure(benchmark::RegisterBenchmark(name.c_str(), BM_BmpReSizeEx, v, out));
       pairs.emplace_back(name, "opencv_resize/" + size);
       pairs.emplace_back(name, "opencv_warpAffine/" + size);

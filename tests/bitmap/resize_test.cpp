@@ -75,7 +75,9 @@ int32_t Expected(int32_t start, int32_t len, int32_t n, int32_t i, bool* tie) {
   return int32_t(num / (2 * int64_t(n)));
 }
 
-bool Matches(int32_t got, int32_t want, bool tie) { return got == want || (tie && got == want - 1); }
+bool Matches(int32_t got, int32_t want, bool tie) {
+  return got == want || (tie && got == want - 1);
+}
 
 // Every pixel of a warp-road result against the closed form.
 ::testing::AssertionResult AllPixelsMatch(const Target& t, int32_t x, int32_t y, int32_t w,
@@ -91,8 +93,8 @@ bool Matches(int32_t got, int32_t want, bool tie) { return got == want || (tie &
       t.Pixel(X, Y, &sx, &sy);
       if (!Matches(sx, wantX, tieX) || !Matches(sy, wantY, tieY)) {
         return ::testing::AssertionFailure()
-               << "pixel (" << X << ", " << Y << ") took (" << sx << ", " << sy << "), closed form ("
-               << wantX << ", " << wantY << ")";
+               << "pixel (" << X << ", " << Y << ") took (" << sx << ", " << sy
+               << "), closed form (" << wantX << ", " << wantY << ")";
       }
     }
   }
@@ -114,8 +116,8 @@ TEST(BmpReSizeExTest, RandomCropsTakeTheClosedFormPixel) {
     const size_t bytes = size_t(dW) * dH * 3;
     Target dst(wishW, wishH, bytes);
     SCOPED_TRACE(::testing::Message() << "crop (" << x << ", " << y << ") " << w << "x" << h
-                                      << " of " << src.header.biWidth << "x"
-                                      << src.header.biHeight << ", wish " << wishW << "x" << wishH);
+                                      << " of " << src.header.biWidth << "x" << src.header.biHeight
+                                      << ", wish " << wishW << "x" << wishH);
     ASSERT_EQ(dst.Resize(src, x, y, w, h), 1);
     EXPECT_EQ(dst.header.biWidth, dW);
     EXPECT_EQ(dst.header.biHeight, dH);
@@ -170,7 +172,8 @@ struct EdgeCase {
 };
 
 const EdgeCase kEdgeCases[] = {
-    {"negative wish comes back positive", 64, 48, 3, 2, 40, 30, -1003, 16, 1, 1000, 16, Road::Scaled},
+    {"negative wish comes back positive", 64, 48, 3, 2, 40, 30, -1003, 16, 1, 1000, 16,
+     Road::Scaled},
     {"wish below 8 wide", 64, 48, 3, 2, 40, 30, 7, 16, 0, 0, 16, Road::Untouched},
     {"wish below 8 high", 64, 48, 3, 2, 40, 30, 16, -5, 0, 16, 0, Road::Untouched},
     {"crop of width 0", 64, 48, 3, 2, 0, 30, 16, 16, 1, 16, 16, Road::CopiedWhole},
@@ -181,8 +184,8 @@ const EdgeCase kEdgeCases[] = {
     {"crop one row past the edge", 64, 48, 2, 19, 40, 30, 24, 16, 1, 24, 16, Road::CopiedWhole},
     {"negative x inside the image", 64, 48, -3, 2, 40, 30, 16, 16, 0, 16, 16, Road::Untouched},
     {"negative source height", 64, -48, 3, 2, 40, 30, 16, 16, 1, 16, 16, Road::CopiedWhole},
-    {"scratch size beyond 31 bits", 64, 48, 3, 2, 40, 30, 1 << 28, 8, ResultBadArgument, 1 << 28,
-     8, Road::Untouched},
+    {"scratch size beyond 31 bits", 64, 48, 3, 2, 40, 30, 1 << 28, 8, ResultBadArgument, 1 << 28, 8,
+     Road::Untouched},
 };
 
 class BmpReSizeExEdgeTest : public ::testing::TestWithParam<EdgeCase> {};
@@ -197,7 +200,8 @@ TEST_P(BmpReSizeExEdgeTest, ResultHeaderAndPixels) {
   ASSERT_EQ(dst.Resize(src, c.x, c.y, c.w, c.h), c.result);
   EXPECT_EQ(dst.header.biWidth, c.dW);
   EXPECT_EQ(dst.header.biHeight, c.dH);
-  EXPECT_EQ(dst.header.biSizeImage, uint32_t(int32_t(uint32_t(24) * uint32_t(c.dW) * uint32_t(c.dH)) / 8));
+  EXPECT_EQ(dst.header.biSizeImage,
+            uint32_t(int32_t(uint32_t(24) * uint32_t(c.dW) * uint32_t(c.dH)) / 8));
   switch (c.road) {
     case Road::Scaled:
       EXPECT_TRUE(AllPixelsMatch(dst, c.x, c.y, c.w, c.h));

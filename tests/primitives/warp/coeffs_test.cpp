@@ -83,7 +83,8 @@ TEST_P(WarpCoeffsTest, MatchTheSolveAndTheExactShape) {
       const double* row = want + (k / 4) * 4;
       double terms = 1.0;
       for (int j = 0; j < 4; ++j) terms += std::fabs(row[j]) * weight[j];
-      EXPECT_NEAR(got[k], want[k], 1e-10 * terms / weight[k % 4]) << "c" << k << ", round " << round;
+      EXPECT_NEAR(got[k], want[k], 1e-10 * terms / weight[k % 4])
+          << "c" << k << ", round " << round;
     }
   }
   EXPECT_GT(shapes[0], 100);
@@ -127,10 +128,14 @@ TEST_P(WarpCoeffsTest, RefusalsInOrder) {
     double* out;
     PrimitiveStatus want;
   } const cases[] = {
-      {{0, 0, 4, 4}, nullptr, c, StatusNullPointer}, {{0, 0, 4, 4}, good, nullptr, StatusNullPointer},
-      {{-1, 0, 4, 4}, bowTie, c, StatusSize},        {{0, 0, 0, 4}, good, c, StatusSize},
-      {{0, 0, 1, 4}, bowTie, c, StatusQuad},         {{0, 0, 4, 4}, repeated, c, StatusQuad},
-      {{0, 0, 4, 4}, flat, c, StatusQuad},           {{0, 0, 1, 4}, good, c, StatusRectangle},
+      {{0, 0, 4, 4}, nullptr, c, StatusNullPointer},
+      {{0, 0, 4, 4}, good, nullptr, StatusNullPointer},
+      {{-1, 0, 4, 4}, bowTie, c, StatusSize},
+      {{0, 0, 0, 4}, good, c, StatusSize},
+      {{0, 0, 1, 4}, bowTie, c, StatusQuad},
+      {{0, 0, 4, 4}, repeated, c, StatusQuad},
+      {{0, 0, 4, 4}, flat, c, StatusQuad},
+      {{0, 0, 1, 4}, good, c, StatusRectangle},
       {{0, 0, 4, 1}, good, c, StatusRectangle},
   };
   for (const Case& k : cases) {
@@ -183,9 +188,9 @@ TEST_P(WarpCoeffsTest, SizingAnswersAndRefusals) {
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
     const Case& k = cases[i];
     size = -1;
-    EXPECT_EQ(ownWarpBilinearBufferSize(k.srcSize, k.srcRect, k.dstRect, k.direction, k.c, k.mode,
-                                        k.out),
-              k.want)
+    EXPECT_EQ(
+        ownWarpBilinearBufferSize(k.srcSize, k.srcRect, k.dstRect, k.direction, k.c, k.mode, k.out),
+        k.want)
         << "case " << i;
     EXPECT_EQ(size, k.wantSize) << "case " << i;
   }

@@ -29,14 +29,16 @@ class WarpRowsTest : public test::VariantTest {
     if (!kRowRange[Variant()](quad, clip, orientation, nullptr, yMin, yMax)) return false;
     table->assign(2 * size_t(*yMax - *yMin + 1), 0x7777);
     int32_t again[2];
-    EXPECT_EQ(kRowRange[Variant()](quad, clip, orientation, table->data(), &again[0], &again[1]), 1);
+    EXPECT_EQ(kRowRange[Variant()](quad, clip, orientation, table->data(), &again[0], &again[1]),
+              1);
     EXPECT_EQ(again[0], *yMin);
     EXPECT_EQ(again[1], *yMax);
     return true;
   }
   static int32_t ClockwiseOnScreen(const double* q) {
     double area = 0;
-    for (int i = 0; i < 4; ++i) area += q[2 * i] * q[(2 * i + 3) % 8] - q[(2 * i + 2) % 8] * q[2 * i + 1];
+    for (int i = 0; i < 4; ++i)
+      area += q[2 * i] * q[(2 * i + 3) % 8] - q[(2 * i + 2) % 8] * q[2 * i + 1];
     return area > 0 ? 1 : 0;
   }
 };
@@ -53,8 +55,8 @@ TEST_P(WarpRowsTest, SpansMatchTheEdgeCrossings) {
       quad[2 * i] = cx + rx * std::cos(t);
       quad[2 * i + 1] = cy + ry * std::sin(t);
     }
-    const RectCorners clip{RandomInt(Rng(), 0, 60), RandomInt(Rng(), 0, 60), RandomInt(Rng(), 60, 160),
-                           RandomInt(Rng(), 60, 160)};
+    const RectCorners clip{RandomInt(Rng(), 0, 60), RandomInt(Rng(), 0, 60),
+                           RandomInt(Rng(), 60, 160), RandomInt(Rng(), 60, 160)};
     int32_t yMin = 0, yMax = 0;
     std::vector<int32_t> table;
     const bool any = Rows(quad, clip, &yMin, &yMax, &table);

@@ -107,15 +107,16 @@ bool ReferenceWarp(const uint8_t* src, ImageSize srcSize, int32_t srcStep, Image
   const double lastRow = std::floor(std::min(maxY, double(dstRect.y + dstRect.height - 1)));
   // Clipped to no height (a one-row rectangle, or a picture that only
   // touches it along a side), the picture is a bare segment: no reach.
-  const bool segment = std::max(minY, double(dstRect.y)) ==
-                       std::min(maxY, double(dstRect.y + dstRect.height - 1));
+  const bool segment =
+      std::max(minY, double(dstRect.y)) == std::min(maxY, double(dstRect.y + dstRect.height - 1));
   bool drawn = false;
   // Positions accumulate along the row and down the rows, from the first row.
   double baseU = firstRow * i1 + i2, baseV = firstRow * i4 + i5;
   for (double y = firstRow; y <= lastRow; y += 1.0, baseU += i1, baseV += i4) {
     int32_t left = 0, right = -1;
     bool near = false;
-    if (!SpanOfRow(q, y, dstRect.x, dstRect.x + dstRect.width - 1, !segment, &left, &right, &near)) {
+    if (!SpanOfRow(q, y, dstRect.x, dstRect.x + dstRect.width - 1, !segment, &left, &right,
+                   &near)) {
       continue;
     }
     double u = left * i0 + baseU + 0.5, v = left * i3 + baseV + 0.5;

@@ -2,8 +2,9 @@
 // reference: crop-and-scale maps and rotations, pictures partly outside the
 // destination rectangle, sources that end at a protected page, guard rings;
 // then the order of the entry's refusals, none of which writes a pixel.
-#include <gtest/gtest.h>
+#include "primitives/warp/warp.h"
 
+#include <gtest/gtest.h>
 #include <xmmintrin.h>
 
 #include <cmath>
@@ -15,7 +16,7 @@
 #include "harness/test_rng.h"
 #include "harness/variant_test.h"
 #include "primitives/core/aligned_memory.h"
-#include "primitives/warp/warp.h"
+#include "primitives/warp/warp_nearest.h"
 #include "warp_reference.h"
 
 namespace corvane {
@@ -34,7 +35,8 @@ class WarpTest : public test::VariantTest {
   // the picture somewhere about the w x h destination.
   bool RandomMap(ImageRect rect, int32_t dstW, int32_t dstH, double* c) {
     if (RandomInt(Rng(), 0, 1)) {
-      const double ox = RandomInt(Rng(), -dstW / 2, dstW - 1), oy = RandomInt(Rng(), -dstH / 2, dstH - 1);
+      const double ox = RandomInt(Rng(), -dstW / 2, dstW - 1),
+                   oy = RandomInt(Rng(), -dstH / 2, dstH - 1);
       const double w = RandomInt(Rng(), 1, 120), h = RandomInt(Rng(), 1, 120);
       const double quad[8] = {ox, oy, ox + w, oy, ox + w, oy + h, ox, oy + h};
       return primitives::ownGetBilinearCoeffs(rect, quad, c) == StatusOk;
@@ -44,9 +46,10 @@ class WarpTest : public test::VariantTest {
     const double cs = std::cos(angle), sn = std::sin(angle);
     // The rectangle's centre goes to a random point of the destination.
     const double mx = rect.x + rect.width / 2.0, my = rect.y + rect.height / 2.0;
-    const double tx = RandomInt(Rng(), 0, dstW * 1000) * 1e-3, ty = RandomInt(Rng(), 0, dstH * 1000) * 1e-3;
+    const double tx = RandomInt(Rng(), 0, dstW * 1000) * 1e-3,
+                 ty = RandomInt(Rng(), 0, dstH * 1000) * 1e-3;
     const double a[6] = {sx * cs, -sy * sn, tx - (sx * cs * mx - sy * sn * my),
-                         sx * sn, sy * cs, ty - (sx * sn * mx + sy * cs * my)};
+                         sx * sn, sy * cs,  ty - (sx * sn * mx + sy * cs * my)};
     const double out[8] = {0, a[0], a[1], a[2], 0, a[3], a[4], a[5]};
     std::memcpy(c, out, sizeof out);
     return true;
@@ -61,8 +64,8 @@ TEST_P(WarpTest, MatchesReference) {
     // The source ends at a protected page: a read past its last pixel faults.
     test::PageBuffer srcBuffer(size_t(srcSize.height - 1) * srcStep + srcSize.width * 3);
     test::FillPattern(srcBuffer.data(), srcBuffer.size(), test::Pattern::Random, Rng());
-    ImageRect srcRect{RandomInt(Rng(), 0, srcSize.width - 2), RandomInt(Rng(), 0, srcSize.height - 2),
-                      0, 0};
+    ImageRect srcRect{RandomInt(Rng(), 0, srcSize.width - 2),
+                      RandomInt(Rng(), 0, srcSize.height - 2), 0, 0};
     srcRect.width = RandomInt(Rng(), 2, srcSize.width - srcRect.x + 20);  // may run past the edge
     srcRect.height = RandomInt(Rng(), 2, srcSize.height - srcRect.y + 20);
     ImageLayout layout;
@@ -72,7 +75,8 @@ TEST_P(WarpTest, MatchesReference) {
     layout.misalign = RandomInt(Rng(), 0, 63);
     GuardedImage dst(layout), expected(layout);
     dst.Fill(test::Pattern::Random, Rng());
-    for (int32_t y = 0; y < layout.rows; ++y) std::memcpy(expected.row(y), dst.row(y), layout.rowBytes);
+    for (int32_t y = 0; y < layout.rows; ++y)
+      std::memcpy(expected.row(y), dst.row(y), layout.rowBytes);
     const int32_t dstW = layout.rowBytes / 3;
     ImageRect dstRect{RandomInt(Rng(), 0, dstW - 1), RandomInt(Rng(), 0, layout.rows - 1), 0, 0};
     dstRect.width = RandomInt(Rng(), 1, dstW - dstRect.x);
@@ -147,10 +151,29 @@ TEST_P(WarpTest, RefusalsInOrderWriteNothing) {
       {"empty destination", s, img, step, all, d, {0, 0, 5, 0}, scale, 3, scratch, StatusSize},
       {"mode 3", s, img, step, all, d, out, singular, 3, scratch, StatusInterpolation},
       {"no inverse", s, img, step, {20, 0, 5, 5}, d, out, singular, 1, scratch, StatusTransform},
-      {"starts outside", s, img, step, {20, 0, 5, 5}, d, out, scale, 2, scratch,
+      {"starts outside",
+       s,
+       img,
+       step,
+       {20, 0, 5, 5},
+       d,
+       out,
+       scale,
+       2,
+       scratch,
        StatusRectangleOutside},
       {"one column left", s, img, step, {19, 0, 5, 5}, d, out, scale, 1, scratch, StatusRectangle},
-      {"one-column image, mode 2", s, {1, 20}, step, all, d, out, scale, 2, scratch, StatusRectangle},
+      {"one-column image, mode 2",
+       s,
+       {1, 20},
+       step,
+       all,
+       d,
+       out,
+       scale,
+       2,
+       scratch,
+       StatusRectangle},
       {"misses the destination", s, img, step, all, d, out, away, 1, scratch, StatusNoOverlap},
       {"linear not served yet", s, img, step, all, d, out, scale, 2, scratch, StatusInterpolation},
       {"smooth edge not served yet", s, img, step, all, d, out, scale, WarpSmoothEdge | 1, scratch,
@@ -176,6 +199,57 @@ TEST_P(WarpTest, RefusalsInOrderWriteNothing) {
   primitives::ownFreeAligned(block);
 }
 
+// The kernel alone, with row tables of any shape: spans that start and end
+// anywhere, empty rows, maps without rotation (each span's positions reused
+// down the rows) and with it, against the designed sums done plainly.
+TEST_P(WarpTest, NearestKernelFollowsAnyRowTable) {
+  using KernelFn = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, int32_t, int32_t,
+                            const int32_t*, const double*, int32_t, int32_t, uint8_t*);
+#define CORVANE_NEAREST_OF(v) &::corvane::v::ownWarpAffineNearest_8u_C3,
+  constexpr KernelFn kKernels[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_NEAREST_OF)};
+#undef CORVANE_NEAREST_OF
+  for (int round = 0; round < 60; ++round) {
+    const int32_t sw = RandomInt(Rng(), 1, 60), sh = RandomInt(Rng(), 1, 60), sstep = sw * 3 + 5;
+    test::PageBuffer src(size_t(sh - 1) * sstep + sw * 3);
+    test::FillPattern(src.data(), src.size(), test::Pattern::Random, Rng());
+    const int32_t dw = RandomInt(Rng(), 1, 80), rows = RandomInt(Rng(), 1, 40);
+    const int32_t yMin = RandomInt(Rng(), 0, 20);
+    ImageLayout layout;
+    layout.rowBytes = dw * 3;
+    layout.rows = yMin + rows;
+    GuardedImage dst(layout), expected(layout);
+    dst.FillValue(0x44);
+    expected.FillValue(0x44);
+    std::vector<int32_t> table(2 * size_t(rows));
+    for (int32_t r = 0; r < rows; ++r) {
+      table[2 * r] = RandomInt(Rng(), 0, dw - 1);
+      table[2 * r + 1] = RandomInt(Rng(), table[2 * r] - 3, dw - 1);  // some rows empty
+    }
+    // Keeps every position of the destination inside the source.
+    const bool turned = RandomInt(Rng(), 0, 2) == 0;
+    const double t = turned ? 0.25 : 0.0;
+    const double i0 = (sw - 1.0) / (dw + t * (yMin + rows)) * 0.999,
+                 i4 = (sh - 1.0) / (yMin + rows + t * dw) * 0.999;
+    const double inverse[6] = {i0, t * i0, 0.0, t * i4, i4, 0.0};
+    std::vector<uint8_t> work(size_t(dw) * 8 + 64);
+    uint8_t* area = work.data() + (64 - reinterpret_cast<uintptr_t>(work.data()) % 64) % 64;
+    kKernels[Variant()](src.data(), dst.row(yMin), sstep, dst.step(), yMin, yMin + rows - 1,
+                        table.data(), inverse, sw - 1, sh - 1, area);
+    double bu = yMin * inverse[1] + inverse[2], bv = yMin * inverse[4] + inverse[5];
+    for (int32_t r = 0; r < rows; ++r, bu += inverse[1], bv += inverse[4]) {
+      double u = table[2 * r] * inverse[0] + bu + 0.5, v = table[2 * r] * inverse[3] + bv + 0.5;
+      for (int32_t x = table[2 * r]; x <= table[2 * r + 1]; ++x, u += inverse[0], v += inverse[3]) {
+        std::memcpy(expected.row(yMin + r) + 3 * x,
+                    src.data() + int64_t(v) * sstep + 3 * int64_t(u), 3);
+      }
+    }
+    ASSERT_TRUE(dst.CheckGuards()) << "round " << round;
+    ASSERT_TRUE(test::SameRows(expected.data(), expected.step(), dst.data(), dst.step(),
+                               layout.rowBytes, layout.rows))
+        << "round " << round << (turned ? ", turned" : "");
+  }
+}
+
 // The caller's underflow mask and sticky flag come back as they were.
 TEST_P(WarpTest, KeepsTheCallersFloatingPointState) {
   std::vector<uint8_t> src(8 * 8 * 3, 1), dst(16 * 16 * 3, 0);
@@ -186,8 +260,8 @@ TEST_P(WarpTest, KeepsTheCallersFloatingPointState) {
                              saved | _MM_MASK_UNDERFLOW | _MM_EXCEPT_UNDERFLOW}) {
     _mm_setcsr(state);
     const PrimitiveStatus status =
-        ownWarpBilinear_8u_C3R(src.data(), {8, 8}, 24, {0, 0, 8, 8}, dst.data(), 48,
-                               {0, 0, 16, 16}, c, WarpNearest, static_cast<uint8_t*>(block));
+        ownWarpBilinear_8u_C3R(src.data(), {8, 8}, 24, {0, 0, 8, 8}, dst.data(), 48, {0, 0, 16, 16},
+                               c, WarpNearest, static_cast<uint8_t*>(block));
     const unsigned int after = _mm_getcsr();
     _mm_setcsr(saved);
     EXPECT_EQ(status, StatusOk);

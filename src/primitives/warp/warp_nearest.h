@@ -5,6 +5,8 @@
 // dstFirstRow (row yMin), each over the span of its row-table pair (first,
 // last column, absolute), sampling the source at the position that the
 // inverse set (u = i0·X + i1·Y + i2, v = i3·X + i4·Y + i5) gives.
+// workArea: 64-byte aligned, 8 bytes for each column of the destination
+// rectangle, as the warp sizing provides.
 #pragma once
 
 #include <cstdint>

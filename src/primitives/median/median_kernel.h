@@ -54,12 +54,14 @@ struct MedianForm {
   bool keepFourth;
 };
 
-constexpr MedianForm MedianFormOf(int32_t group) {
+// Internal linkage for the helpers below: every code path's kernels keep their own
+// copy, so an unoptimised build never shares one across instruction sets.
+static constexpr MedianForm MedianFormOf(int32_t group) {
   return MedianForm{group < 3 ? 1 : 2, group % 3 == 0 ? 3 : 4, group % 3 == 1};
 }
 
 // Mask width * 10 + height, as the shared kernels of two slots tell them apart.
-constexpr int32_t MedianMaskCode(ImageSize mask) { return mask.width * 10 + mask.height; }
+static constexpr int32_t MedianMaskCode(ImageSize mask) { return mask.width * 10 + mask.height; }
 
 }  // namespace corvane
 

@@ -1,5 +1,5 @@
 // Dispatch rows: the first call resolves and behaves as the second, every
-// slot is reached, and the thread count follows the OpenMP limits.
+// slot is reached; the thread count follows the OpenMP limits.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -37,9 +37,7 @@ constexpr DispatchRow<decltype(ownProbe_8u_C3R)> kProbeRow = CORVANE_DISPATCH_RO
 int64_t ownProbe_8u_C3R(const uint8_t* src, int32_t step, ImageSize roi, double scale) {
   return kProbeRow.Call(src, step, roi, scale);
 }
-}  // namespace corvane::primitives
 
-namespace corvane::primitives {
 namespace {
 
 class DispatchTest : public ::testing::Test {
@@ -47,24 +45,20 @@ class DispatchTest : public ::testing::Test {
   void TearDown() override { RestoreCpuVariantForTesting(); }
 };
 
+// The first call through any row resolves the index for all rows, and
+// behaves as every later call.
 TEST_F(DispatchTest, FirstCallResolvesAndBehavesAsTheSecond) {
   ResetCpuDispatchForTesting();
   ASSERT_EQ(cpuVariantIndex.load(), -1);
   const uint8_t pixel = 7;
-  const ImageSize roi{12, 34};
-  const int64_t first = ownProbe_8u_C3R(&pixel, 5, roi, 9.0);
+  const int64_t first = ownProbe_8u_C3R(&pixel, 5, ImageSize{12, 34}, 9.0);
   const int32_t resolved = cpuVariantIndex.load();
   EXPECT_EQ(resolved, ownDetectedCpuVariant());
-  EXPECT_EQ(first, ownProbe_8u_C3R(&pixel, 5, roi, 9.0));
+  EXPECT_EQ(first, ownProbe_8u_C3R(&pixel, 5, ImageSize{12, 34}, 9.0));
   EXPECT_EQ(first, resolved * 1000000000LL + 7 * 1000000 + 5 * 10000 + 12 * 100 + 34 + 9);
-}
-
-TEST_F(DispatchTest, AnyRowResolvesTheIndexForAll) {
   ResetCpuDispatchForTesting();
-  ownFreeAligned(nullptr);  // row 0 first
+  ownFreeAligned(nullptr);  // dispatch row 0
   EXPECT_EQ(cpuVariantIndex.load(), ownDetectedCpuVariant());
-  void* block = ownMallocAligned(100);
-  ownFreeAligned(block);
 }
 
 TEST_F(DispatchTest, EverySlotIsReached) {
@@ -75,7 +69,9 @@ TEST_F(DispatchTest, EverySlotIsReached) {
   }
 }
 
-TEST_F(DispatchTest, ThreadCountIsTheSmallerOfProcessorsAndOpenMpLimit) {
+// The smaller of the processors and the OpenMP limit; a count below 1 is
+// refused and changes nothing.
+TEST_F(DispatchTest, ThreadCount) {
   const int saved = omp_get_max_threads();
   for (int limit : {1, 2, 64}) {
     omp_set_num_threads(limit);
@@ -84,9 +80,6 @@ TEST_F(DispatchTest, ThreadCountIsTheSmallerOfProcessorsAndOpenMpLimit) {
     EXPECT_EQ(ownGetNumThreads(), std::min(limit, omp_get_num_procs())) << "limit " << limit;
   }
   omp_set_num_threads(saved);
-}
-
-TEST_F(DispatchTest, SetNumThreadsRefusesCountsBelowOne) {
   ASSERT_EQ(ownSetNumThreads(3), StatusOk);
   EXPECT_EQ(ownSetNumThreads(0), StatusSize);
   EXPECT_EQ(ownSetNumThreads(-5), StatusSize);

@@ -1,7 +1,6 @@
 #include "harness/guarded_image.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace corvane::test {
@@ -19,7 +18,7 @@ GuardedImage::GuardedImage(const ImageLayout& layout)
   firstRowOffset_ = aligned + static_cast<uintptr_t>(layout.misalign & 4095) -
                     reinterpret_cast<uintptr_t>(storage_.data());
   uint8_t* lowest = storage_.data() + firstRowOffset_;
-  origin_ = layout.bottomUp ? lowest + static_cast<std::size_t>(pitch_) * (layout.rows - 1) : lowest;
+  origin_ = lowest + (layout.bottomUp ? static_cast<std::size_t>(pitch_) * (layout.rows - 1) : 0);
 }
 
 void GuardedImage::Fill(Pattern pattern, std::mt19937& rng) {
@@ -31,46 +30,17 @@ void GuardedImage::FillValue(uint8_t value) {
 }
 
 ::testing::AssertionResult GuardedImage::CheckGuards() const {
-  const uint8_t* s = storage_.data();
-  const std::size_t first = firstRowOffset_;
-  const std::size_t end = first + static_cast<std::size_t>(pitch_) * layout_.rows;
   for (std::size_t i = 0; i < storage_.size(); ++i) {
-    if (i >= first && i < end && static_cast<int32_t>((i - first) % pitch_) < layout_.rowBytes) {
-      continue;  // inside the image
-    }
-    if (s[i] == kSentinel) continue;
-    auto failure = ::testing::AssertionFailure();
-    // Rows are named as the caller sees them; with a negative step the
-    // lowest row in memory is the last one.
-    auto name = [&](std::size_t memRow) {
-      return layout_.bottomUp ? layout_.rows - 1 - static_cast<int32_t>(memRow)
-                              : static_cast<int32_t>(memRow);
-    };
-    if (i < first) {
-      if (first - i <= static_cast<std::size_t>(kGuardBytes)) {
-        failure << "overwrite left of row " << name(0) << ", " << (first - i) << " bytes before it";
-      } else {
-        failure << "overwrite above the image, " << (first - i) << " bytes before its first byte";
-      }
-    } else if (i >= end) {
-      if (i - end < static_cast<std::size_t>(kGuardBytes)) {
-        failure << "overwrite right of row " << name(layout_.rows - 1) << " at byte "
-                << (i - end + pitch_);
-      } else {
-        failure << "overwrite below the image, " << (i - end) << " bytes after its last row";
-      }
-    } else {
-      const std::size_t memRow = (i - first) / pitch_;
-      const int32_t offset = static_cast<int32_t>((i - first) % pitch_);
-      failure << "overwrite right of row " << name(memRow) << " at byte " << offset;
-      if (memRow + 1 < static_cast<std::size_t>(layout_.rows)) {
-        failure << " (left of row " << name(memRow + 1) << ")";
-      }
-      failure << ", row " << layout_.rowBytes << " bytes, step " << step_;
-    }
-    char found[48];
-    std::snprintf(found, sizeof found, ": 0x%02X instead of 0x%02X", s[i], kSentinel);
-    return failure << found;
+    // Position relative to the lowest row in memory, floored to a row.
+    const int64_t rel = static_cast<int64_t>(i) - static_cast<int64_t>(firstRowOffset_);
+    const int64_t memRow = (rel >= 0 ? rel : rel - pitch_ + 1) / pitch_;
+    const int64_t x = rel - memRow * pitch_;
+    if (memRow >= 0 && memRow < layout_.rows && x < layout_.rowBytes) continue;
+    if (storage_[i] == kSentinel) continue;
+    const int64_t y = layout_.bottomUp ? layout_.rows - 1 - memRow : memRow;
+    return ::testing::AssertionFailure()
+           << "overwrite at row(" << y << ")[" << x << "] of " << layout_ << ": "
+           << int{storage_[i]} << " instead of " << int{kSentinel};
   }
   return ::testing::AssertionSuccess();
 }
@@ -88,6 +58,11 @@ void GuardedImage::FillValue(uint8_t value) {
                                          << int{e[x]} << ", got " << int{a[x]};
   }
   return ::testing::AssertionSuccess();
+}
+
+std::ostream& operator<<(std::ostream& out, const ImageLayout& l) {
+  return out << l.rowBytes << " bytes x " << l.rows << " rows, pad " << l.stepPad
+             << (l.bottomUp ? ", bottom-up" : "") << ", offset " << l.misalign;
 }
 
 ImageLayout RandomLayout(std::mt19937& rng, int32_t maxRowBytes, int32_t maxRows) {

@@ -1,11 +1,12 @@
 // Images with a sentinel ring: spare rows above and below, spare bytes left
 // and right of every row (and in the gap of a step wider than the row). After
-// a call the ring is checked, and a failure names where the write went.
+// a call the ring is checked; a failure names the stray byte as row(y)[x].
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <ostream>
 #include <random>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct ImageLayout {
   bool bottomUp = false;   // negative step: row 0 is the last row in memory
   int32_t misalign = 0;    // offset of the lowest byte from a page (4096) boundary
 };
+
+std::ostream& operator<<(std::ostream& out, const ImageLayout& l);
 
 class GuardedImage {
  public:
@@ -39,7 +42,9 @@ class GuardedImage {
   void Fill(Pattern pattern, std::mt19937& rng);
   void FillValue(uint8_t value);
 
-  // Success, or "overwrite above/below/left/right" with the row and byte.
+  // Success, or the first overwritten ring byte as row(y)[x] in the caller's
+  // row numbering: y below 0 or past the last row is above or below the
+  // image, x of rowBytes or more is right of the row (left of the next).
   ::testing::AssertionResult CheckGuards() const;
 
  private:

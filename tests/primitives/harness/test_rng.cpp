@@ -5,9 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <mutex>
+#include <string>
 
 namespace corvane::test {
+namespace {
 
 uint64_t TestSeed() {
   static const uint64_t seed = [] {
@@ -26,6 +27,8 @@ uint64_t TestSeed() {
   return seed;
 }
 
+}  // namespace
+
 std::mt19937 MakeTestRng() {
   std::string name = "no-test";
   if (const auto* info = ::testing::UnitTest::GetInstance()->current_test_info()) {
@@ -42,39 +45,22 @@ int32_t RandomInt(std::mt19937& rng, int32_t lo, int32_t hi) {
 }
 
 const char* PatternName(Pattern p) {
-  switch (p) {
-    case Pattern::Random: return "random";
-    case Pattern::AllMax: return "all-max";
-    case Pattern::AllMin: return "all-min";
-    case Pattern::Alternating: return "alternating";
-    case Pattern::Runs: return "runs";
-  }
-  return "?";
+  static const char* const kNames[] = {"random", "all-max", "all-min", "alternating", "runs"};
+  return kNames[static_cast<int>(p)];
 }
 
 void FillPattern(uint8_t* data, std::size_t length, Pattern pattern, std::mt19937& rng) {
-  std::uniform_int_distribution<int> byte(0, 255);
-  switch (pattern) {
-    case Pattern::Random:
-      for (std::size_t i = 0; i < length; ++i) data[i] = static_cast<uint8_t>(byte(rng));
-      break;
-    case Pattern::AllMax:
-      for (std::size_t i = 0; i < length; ++i) data[i] = 0xFF;
-      break;
-    case Pattern::AllMin:
-      for (std::size_t i = 0; i < length; ++i) data[i] = 0x00;
-      break;
-    case Pattern::Alternating:
-      for (std::size_t i = 0; i < length; ++i) data[i] = (i & 1) ? 0xFF : 0x00;
-      break;
-    case Pattern::Runs: {
-      std::uniform_int_distribution<int> runLength(1, 40);
-      for (std::size_t i = 0; i < length;) {
-        const uint8_t v = static_cast<uint8_t>(byte(rng));
-        for (int n = runLength(rng); n > 0 && i < length; --n) data[i++] = v;
-      }
-      break;
+  std::uniform_int_distribution<int> byte(0, 255), runLength(1, 40);
+  for (std::size_t i = 0; i < length;) {
+    int value = 0, run = 1;
+    switch (pattern) {
+      case Pattern::Random: value = byte(rng); break;
+      case Pattern::AllMax: value = 0xFF; break;
+      case Pattern::AllMin: break;
+      case Pattern::Alternating: value = (i & 1) ? 0xFF : 0x00; break;
+      case Pattern::Runs: value = byte(rng), run = runLength(rng); break;
     }
+    for (; run > 0 && i < length; --run) data[i++] = static_cast<uint8_t>(value);
   }
 }
 

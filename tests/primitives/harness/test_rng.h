@@ -6,11 +6,8 @@
 
 #include <cstdint>
 #include <random>
-#include <string>
 
 namespace corvane::test {
-
-uint64_t TestSeed();
 
 // A generator for the running test (seed mixed with the test's full name).
 std::mt19937 MakeTestRng();

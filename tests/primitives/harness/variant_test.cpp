@@ -18,8 +18,6 @@ void VariantTest::SetUp() {
 
 void VariantTest::TearDown() { primitives::RestoreCpuVariantForTesting(); }
 
-const char* VariantTest::Prefix() const { return primitives::CpuVariantPrefix(Variant()); }
-
 std::string VariantParamName(const ::testing::TestParamInfo<int32_t>& info) {
   return primitives::CpuVariantPrefix(info.param);
 }

@@ -1,4 +1,4 @@
-// Parameterised GoogleTest base over the six code paths of the primitives.
+// Parameterised GoogleTest base over the six code paths of the primitives:
 //
 //   class MedianTest : public corvane::test::VariantTest {};
 //   TEST_P(MedianTest, MatchesReference) { ... Variant() ... Rng() ... }
@@ -24,7 +24,6 @@ class VariantTest : public ::testing::TestWithParam<int32_t> {
   void TearDown() override;
 
   int32_t Variant() const { return GetParam(); }
-  const char* Prefix() const;
   std::mt19937& Rng() { return rng_; }
 
  private:

@@ -7,34 +7,6 @@
 #include <cstring>
 
 namespace corvane::test {
-
-void SolveBilinear(ImageRect rect, const double* quad, double* coeffs) {
-  const double xs[4] = {double(rect.x), double(rect.x + rect.width - 1),
-                        double(rect.x + rect.width - 1), double(rect.x)};
-  const double ys[4] = {double(rect.y), double(rect.y), double(rect.y + rect.height - 1),
-                        double(rect.y + rect.height - 1)};
-  for (int axis = 0; axis < 2; ++axis) {
-    double m[4][5];
-    for (int r = 0; r < 4; ++r) {
-      const double row[5] = {xs[r] * ys[r], xs[r], ys[r], 1.0, quad[2 * r + axis]};
-      std::copy(row, row + 5, m[r]);
-    }
-    for (int col = 0; col < 4; ++col) {  // Gauss-Jordan with partial pivoting
-      int pivot = col;
-      for (int r = col + 1; r < 4; ++r) {
-        if (std::fabs(m[r][col]) > std::fabs(m[pivot][col])) pivot = r;
-      }
-      std::swap(m[col], m[pivot]);
-      for (int r = 0; r < 4; ++r) {
-        if (r == col) continue;
-        const double f = m[r][col] / m[col][col];
-        for (int k = col; k < 5; ++k) m[r][k] -= f * m[col][k];
-      }
-    }
-    for (int k = 0; k < 4; ++k) coeffs[4 * axis + k] = m[k][4] / m[k][k];
-  }
-}
-
 namespace {
 
 int64_t Orient(const int64_t* a, const int64_t* b, const int64_t* c) {

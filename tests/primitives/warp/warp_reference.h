@@ -1,6 +1,6 @@
-// Plain references for the warp tests: an independent solve of the eight
-// coefficients, an exact quad classification, the row spans of a quad from
-// its edge crossings, and a pixel-by-pixel nearest-neighbour affine warp.
+// Plain references for the warp tests: an exact quad classification, the row
+// spans of a quad from its edge crossings, and a pixel-by-pixel
+// nearest-neighbour affine warp.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,6 @@
 #include "primitives/core/conventions.h"
 
 namespace corvane::test {
-
-// Solves the 4 x 4 system [x·y, x, y, 1]·c = quad at the rectangle's corners.
-void SolveBilinear(ImageRect rect, const double* quad, double* coeffs);
 
 // 1 or 0 for a convex quad by the sign of its area, -4 when its diagonals
 // don't cross, -5 when three consecutive corners lie on a line. Integer

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "corvane.h"
@@ -31,12 +32,8 @@ TEST(SharedObject, ExportsExactlyTheEighteenFunctions) {
     // Every defined dynamic symbol but the version node itself (type A).
     const std::string all = Shell("nm -D --defined-only '" CORVANE_SO_PATH "' | awk '$2 != \"A\" { print $3 }'");
     std::set<std::string> got;
-    size_t from = 0;
-    for (size_t nl; (nl = all.find('\n', from)) != std::string::npos; from = nl + 1) {
-        std::string name = all.substr(from, nl - from);
-        const size_t at = name.find('@');  // drop the version suffix
-        got.insert(name.substr(0, at));
-    }
+    std::istringstream lines(all);
+    for (std::string name; std::getline(lines, name);) got.insert(name.substr(0, name.find('@')));
     const std::set<std::string> expected = {
         "BmpReSize",           "BmpReSizeEx",         "BmpStretchDIB",
         "BmpStretchDIBEx",     "BmpStretchDIBEx2",    "H264CodecClose",
@@ -86,10 +83,13 @@ TEST(SharedObject, FixedResults) {
     EXPECT_EQ(BmpStretchDIB(), ResultNotImplemented);
     EXPECT_EQ(BmpStretchDIBEx(), ResultNotImplemented);
     EXPECT_EQ(BmpStretchDIBEx2(), ResultNotImplemented);
+    // A session that never decoded: nothing to release, nothing to read.
     CodecHandle session = H264CodecOpen();
     ASSERT_NE(session, nullptr);
     EXPECT_EQ(H264CodecGetFormat(session), 1);
     EXPECT_EQ(H264CodecSetCallback(session, nullptr), 0);
+    EXPECT_EQ(H264CodecReset(session), 1);
+    EXPECT_EQ(H264CodecResetEx(session), 1);
     EXPECT_EQ(H264CodecClose(session), 1);
 }
 

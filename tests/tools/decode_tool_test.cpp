@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
-#include <sstream>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -37,13 +37,6 @@ struct ToolRun {
     std::string err;
 };
 
-std::string Slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // A fresh folder for one run's files.
 std::string Scratch(const std::string& name) {
     const std::string dir = std::string(CORVANE_TEST_DATA_DIR) + "/tools-out/" + name + "." +
@@ -59,8 +52,10 @@ ToolRun RunTool(const std::string& args, const std::string& dir) {
     const int raw = std::system(cmd.c_str());
     ToolRun run;
     run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = Slurp(dir + "/stdout");
-    run.err = Slurp(dir + "/stderr");
+    for (auto [file, text] : {std::pair{"/stdout", &run.out}, std::pair{"/stderr", &run.err}}) {
+        const std::vector<uint8_t> bytes = ReadFile(dir + file);
+        text->assign(bytes.begin(), bytes.end());
+    }
     return run;
 }
 
@@ -173,13 +168,6 @@ TEST(DecodeTool, QuietRunPrintsNothingAndStopsAtMax) {
     EXPECT_EQ(help.out.rfind("Usage: corvane-decode INPUT", 0), 0u) << help.out;
 }
 
-struct BadInput {
-    const char* label;
-    std::string args;
-    int status;
-    const char* message;
-};
-
 TEST(DecodeTool, RefusesBadInputWithAMessage) {
     const std::string dir = Scratch("bad");
     const std::string text = dir + "/notes.bin";
@@ -188,7 +176,12 @@ TEST(DecodeTool, RefusesBadInputWithAMessage) {
     std::ofstream(garbage) << "not a video at all\n";
     const std::string mpeg4 = MakeStream("tools_mpeg4.mkv", kWidth, kHeight, 3, "-c:v mpeg4");
     const std::string h264 = MakeStream("tools.h264", kWidth, kHeight, kFrames, kX264);
-    const BadInput cases[] = {
+    const struct {
+        const char* label;
+        std::string args;
+        int status;
+        const char* message;
+    } cases[] = {
         {"missing file", "'" + dir + "/missing.h264'", 1, "cannot open"},
         {"missing container", "'" + dir + "/missing.mp4'", 1, "cannot open"},
         {"not a video", "'" + text + "'", 1, text.c_str()},
@@ -198,7 +191,7 @@ TEST(DecodeTool, RefusesBadInputWithAMessage) {
         {"no input", "--every 2", 2, "no input file"},
         {"bad count", "'" + h264 + "' --every 0", 2, "--every wants a whole number"},
     };
-    for (const BadInput& c : cases) {
+    for (const auto& c : cases) {
         const ToolRun run = RunTool(c.args, dir);
         EXPECT_EQ(run.status, c.status) << c.label << "\n" << run.err;
         EXPECT_NE(run.err.find(c.message), std::string::npos) << c.label << ": " << run.err;

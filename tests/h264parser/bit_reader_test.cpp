@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "h264parser/bit_reader.h"
-#include "h264parser/bit_writer.h"
 #include "h264parser/exception.h"
+#include "h264parser/h264_oracle.h"
 
 namespace corvane {
 namespace {
@@ -60,73 +60,56 @@ const std::vector<ReaderCase> kCases = {
     {"past the end in a value", {0xFF}, {Bits(4), Bits(8)}, {0xF}, kEnd},
 };
 
+int64_t Read(cBitReader& reader, const Step& s) {
+    switch (s.op) {
+    case Op::Byte: return reader.NextByte();
+    case Op::Bits: return reader.ReadBits(s.n);
+    case Op::Ue: return reader.ue();
+    default: return reader.se();
+    }
+}
+
 class BitReaderCase : public testing::TestWithParam<ReaderCase> {};
 
 TEST_P(BitReaderCase, GivesValuesThenRaises) {
     const ReaderCase& c = GetParam();
-    std::vector<uint8_t> unit = {0x67};  // any header byte: the reader skips it
+    test::Bytes unit = {0x67};  // any header byte: the reader skips it
     unit.insert(unit.end(), c.payload.begin(), c.payload.end());
     cBitReader reader(unit.data(), static_cast<int32_t>(unit.size()));
     std::vector<int64_t> got;
-    std::string error;
-    try {
-        for (const Step& s : c.steps) {
-            switch (s.op) {
-            case Op::Byte: got.push_back(reader.NextByte()); break;
-            case Op::Bits: got.push_back(reader.ReadBits(s.n)); break;
-            case Op::Ue: got.push_back(reader.ue()); break;
-            case Op::Se: got.push_back(reader.se()); break;
-            }
-        }
-    } catch (H264PARSER::cException* e) {
-        error = e->Message();
-        delete e;
-    }
+    const std::string error = test::Catch([&] {
+        for (const Step& s : c.steps) got.push_back(Read(reader, s));
+    });
     EXPECT_EQ(got, c.values);
     EXPECT_EQ(error, c.error);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, BitReaderCase, testing::ValuesIn(kCases),
-                         [](const testing::TestParamInfo<ReaderCase>& info) {
-                             std::string n = info.param.name;
-                             for (char& ch : n)
-                                 if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                             return n;
-                         });
+INSTANTIATE_TEST_SUITE_P(Table, BitReaderCase, testing::ValuesIn(kCases));
 
 // Random elements written with emulation prevention read back unchanged, so
 // that escapes land at every bit offset and inside long zero runs.
 TEST(BitReader, ReadsBackWhatWasWritten) {
     std::mt19937 rng(1234);
-    enum Kind { kU, kUe, kSe };
-    struct Element { Kind kind; int n; int64_t v; };
-    std::vector<Element> elements;
+    std::vector<std::pair<Step, int64_t>> written;
     test::BitWriter w;
     for (int i = 0; i < 3000; ++i) {
-        const int n = static_cast<int>(rng() % 33);
+        const uint32_t n = rng() % 33;
         const uint64_t raw = (uint64_t{rng()} << 32 | rng()) >> (rng() % 64);
-        const uint64_t zeroish = rng() % 3 == 0 ? 0 : raw;  // plenty of zero bytes
+        const uint64_t v = rng() % 3 == 0 ? 0 : raw;  // plenty of zero bytes
         switch (rng() % 3) {
-        case kU: elements.push_back({kU, n, int64_t(zeroish & ((uint64_t{1} << n) - 1))}); break;
-        case kUe: elements.push_back({kUe, 0, int64_t(zeroish % 0xFFFFFFFFu)}); break;
-        default: elements.push_back({kSe, 0, int64_t(zeroish % 0x7FFFFFFF) * (rng() % 2 ? 1 : -1)});
+        case 0: written.push_back({Bits(n), int64_t(v & ((uint64_t{1} << n) - 1))}); break;
+        case 1: written.push_back({UE, int64_t(v % 0xFFFFFFFFu)}); break;
+        default: written.push_back({SE, int64_t(v % 0x7FFFFFFF) * (rng() % 2 ? 1 : -1)});
         }
-        const Element& e = elements.back();
-        if (e.kind == kU) w.u(e.n, uint64_t(e.v));
-        else if (e.kind == kUe) w.ue(uint64_t(e.v));
-        else w.se(e.v);
+        const auto& [step, value] = written.back();
+        if (step.op == Op::Bits) w.u(int(n), uint64_t(value));
+        else if (step.op == Op::Ue) w.ue(uint64_t(value));
+        else w.se(value);
     }
-    w.trailing();
-    const std::vector<uint8_t> nal = w.Nal(0x06);
+    const test::Bytes nal = w.trailing().Nal(0x06);
     cBitReader reader(nal.data() + 4, static_cast<int32_t>(nal.size() - 4));
-    for (size_t i = 0; i < elements.size(); ++i) {
-        const Element& e = elements[i];
-        int64_t got = 0;
-        if (e.kind == kU) got = reader.ReadBits(e.n);
-        else if (e.kind == kUe) got = reader.ue();
-        else got = reader.se();
-        ASSERT_EQ(got, e.v) << "element " << i;
-    }
+    for (size_t i = 0; i < written.size(); ++i)
+        ASSERT_EQ(Read(reader, written[i].first), written[i].second) << "element " << i;
 }
 
 }  // namespace

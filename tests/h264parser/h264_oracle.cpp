@@ -10,8 +10,10 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavcodec/bsf.h>
-#include <libavformat/avformat.h>
 }
+
+#include "h264parser/exception.h"
+#include "h264parser/parser.h"
 
 namespace corvane::test {
 
@@ -25,35 +27,42 @@ void CaptureLog(void*, int, const char* fmt, va_list args) {
     traceText += line;
 }
 
-// "<bit position> <name> <bits> = <value>"; headings and other lines give false.
-bool ParseElement(const std::string& line, std::string& name, int64_t& value) {
-    std::istringstream in(line);
-    std::vector<std::string> tokens;
-    for (std::string t; in >> t;) tokens.push_back(t);
-    if (tokens.size() < 5 || tokens[tokens.size() - 2] != "=") return false;
-    if (tokens[0].find_first_not_of("0123456789") != std::string::npos) return false;
-    name = tokens[1];
-    value = std::stoll(tokens.back());
-    return true;
+void WriteHrd(BitWriter& w, const HrdSpec& h) {
+    w.ue(h.cpbCount - 1).u(4, 1).u(4, 2);
+    for (uint32_t i = 0; i < h.cpbCount; ++i) w.ue(1000 + i).ue(3000 + i).u(1, i & 1);
+    w.u(5, 23).u(5, h.cpbRemovalDelayLength - 1).u(5, h.dpbOutputDelayLength - 1).u(5, 24);
+}
+
+void WriteVui(BitWriter& w, const SpsSpec& s) {
+    w.u(1, 1).u(8, 255).u(16, 4).u(16, 3);                      // extended sample aspect ratio
+    w.u(1, 1).u(1, 0);                                          // overscan
+    w.u(1, 1).u(3, 5).u(1, 0).u(1, 1).u(8, 1).u(8, 1).u(8, 1);  // signal type, colours
+    w.u(1, 1).ue(1).ue(2);                                      // chroma sample locations
+    w.u(1, 1).u(32, 1001).u(32, 60000).u(1, 1);                 // timing
+    w.u(1, s.nalHrd.cpbCount != 0);
+    if (s.nalHrd.cpbCount) WriteHrd(w, s.nalHrd);
+    w.u(1, s.vclHrd.cpbCount != 0);
+    if (s.vclHrd.cpbCount) WriteHrd(w, s.vclHrd);
+    if (s.nalHrd.cpbCount || s.vclHrd.cpbCount) w.u(1, 0);  // low_delay_hrd_flag
+    w.u(1, s.pic_struct_present_flag).u(1, 0);              // no bitstream restriction
 }
 
 }  // namespace
 
-int TracedUnit::type() const {
-    return static_cast<int>((*this)["nal_unit_type"]);
-}
-
-bool TracedUnit::has(const std::string& name) const {
-    for (const auto& e : elements)
-        if (e.first == name) return true;
-    return false;
-}
-
-int64_t TracedUnit::operator[](const std::string& name) const {
-    for (auto it = elements.rbegin(); it != elements.rend(); ++it)
-        if (it->first == name) return it->second;
-    ADD_FAILURE() << "no element " << name << " in the traced unit";
-    return -1;
+Bytes BitWriter::Nal(uint8_t header) const {
+    Bytes out = {0, 0, 0, 1, header};
+    int zeros = 0;
+    for (size_t i = 0; i < bits.size(); i += 8) {
+        uint8_t b = 0;
+        for (size_t j = i; j < i + 8; ++j) b = uint8_t(b << 1 | (j < bits.size() && bits[j]));
+        if (zeros >= 2 && b <= 3) {
+            out.push_back(3);
+            zeros = 0;
+        }
+        out.push_back(b);
+        zeros = b == 0 ? zeros + 1 : 0;
+    }
+    return out;
 }
 
 std::vector<TracedUnit> TraceUnits(const std::vector<Packet>& packets) {
@@ -62,7 +71,6 @@ std::vector<TracedUnit> TraceUnits(const std::vector<Packet>& packets) {
     if (!filter || av_bsf_alloc(filter, &bsf) < 0) throw std::runtime_error("no trace_headers");
     bsf->par_in->codec_id = AV_CODEC_ID_H264;
     if (av_bsf_init(bsf) < 0) throw std::runtime_error("trace_headers init failed");
-
     traceText.clear();
     av_log_set_callback(CaptureLog);
     AVPacket* pkt = av_packet_alloc();
@@ -76,82 +84,102 @@ std::vector<TracedUnit> TraceUnits(const std::vector<Packet>& packets) {
     av_bsf_free(&bsf);
     av_log_set_callback(av_log_default_callback);
 
-    // A unit's trace opens with its header's first element.
+    // Element lines read "<bit position> <name> <bits> = <value>"; a unit's
+    // trace opens with its header's first element.
     std::vector<TracedUnit> units;
     std::istringstream lines(traceText);
-    std::string name;
-    int64_t value = 0;
+    char name[128];
+    long long value = 0;
     for (std::string line; std::getline(lines, line);) {
-        if (!ParseElement(line, name, value)) continue;
-        if (name == "forbidden_zero_bit") units.emplace_back();
-        if (!units.empty()) units.back().elements.emplace_back(name, value);
+        if (std::sscanf(line.c_str(), " %*[0-9] %127s %*s = %lld", name, &value) != 2) continue;
+        if (std::string(name) == "forbidden_zero_bit") units.emplace_back();
+        if (!units.empty()) units.back()[name] = value;
     }
     return units;
 }
 
-DecodedGeometry DecodeFirstPicture(const std::string& path) {
-    AVFormatContext* format = nullptr;
-    if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0)
-        throw std::runtime_error("cannot open " + path);
-    avformat_find_stream_info(format, nullptr);
-    const AVCodec* codec = nullptr;
-    const int stream = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
-    AVCodecContext* ctx = avcodec_alloc_context3(codec);
-    avcodec_parameters_to_context(ctx, format->streams[stream]->codecpar);
-    ctx->thread_count = 1;
-    if (avcodec_open2(ctx, codec, nullptr) < 0) throw std::runtime_error("cannot open decoder");
-
-    DecodedGeometry g;
-    AVPacket* pkt = av_packet_alloc();
-    AVFrame* frame = av_frame_alloc();
-    bool got = false;
-    while (!got && av_read_frame(format, pkt) >= 0) {
-        if (pkt->stream_index == stream) avcodec_send_packet(ctx, pkt);
-        av_packet_unref(pkt);
-        got = avcodec_receive_frame(ctx, frame) == 0;
-    }
-    if (!got) {
-        avcodec_send_packet(ctx, nullptr);
-        got = avcodec_receive_frame(ctx, frame) == 0;
-    }
-    if (got) {
-        g = {ctx->coded_width, ctx->coded_height, frame->width, frame->height,
-             frame->interlaced_frame != 0};
-    }
-    av_frame_free(&frame);
-    av_packet_free(&pkt);
-    avcodec_free_context(&ctx);
-    avformat_close_input(&format);
-    if (!got) throw std::runtime_error("no picture from " + path);
-    return g;
-}
-
-std::vector<Packet> SplitNalUnits(const std::vector<uint8_t>& bytes) {
+std::vector<Packet> SplitNalUnits(const Bytes& bytes) {
     std::vector<Packet> units;
-    size_t start = SIZE_MAX;
-    size_t i = 0;
-    while (i + 3 <= bytes.size()) {
-        if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
-            if (start != SIZE_MAX) {
-                size_t end = i;
-                while (end > start && bytes[end - 1] == 0) --end;  // the long form's extra zero
-                units.emplace_back(bytes.begin() + start, bytes.begin() + end);
-            }
-            i += 3;
-            start = i;
-        } else {
-            ++i;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (i + 3 <= bytes.size() && bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
+            // Zero bytes in front of a start code belong to it, not to the unit before.
+            while (!units.empty() && units.back().size() > 4 && units.back().back() == 0) units.back().pop_back();
+            units.push_back({0, 0, 0, 1});
+            i += 2;
+        } else if (!units.empty()) {
+            units.back().push_back(bytes[i]);
         }
     }
-    if (start != SIZE_MAX) units.emplace_back(bytes.begin() + start, bytes.end());
     return units;
 }
 
-Packet WithStartCode(const Packet& unit) {
-    Packet p(unit.size() + 4, 0);
-    p[3] = 1;
-    std::copy(unit.begin(), unit.end(), p.begin() + 4);
-    return p;
+void ExpectSpsMatchesTrace(const SpsRecord& sps, const TracedUnit& t) {
+    ASSERT_EQ(t.at("nal_unit_type"), 7);
+    EXPECT_EQ(sps.seq_parameter_set_id, t.at("seq_parameter_set_id"));
+    EXPECT_EQ(sps.log2_max_frame_num, t.at("log2_max_frame_num_minus4") + 4);
+    EXPECT_EQ(sps.pic_order_cnt_type, t.at("pic_order_cnt_type"));
+    EXPECT_EQ(sps.log2_max_pic_order_cnt_lsb, Or(t, "log2_max_pic_order_cnt_lsb_minus4", 0) + 4);
+    EXPECT_EQ(sps.pic_width_in_mbs_minus1, t.at("pic_width_in_mbs_minus1"));
+    EXPECT_EQ(sps.pic_height_in_map_units_minus1, t.at("pic_height_in_map_units_minus1"));
+    EXPECT_EQ(sps.frame_mbs_only_flag, t.at("frame_mbs_only_flag"));
+    for (const auto& [name, value] : std::map<std::string, uint32_t>{
+             {"delta_pic_order_always_zero_flag", sps.delta_pic_order_always_zero_flag},
+             {"timing_info_present_flag", sps.timing_info_present_flag},
+             {"num_units_in_tick", sps.num_units_in_tick},
+             {"time_scale", sps.time_scale},
+             {"fixed_frame_rate_flag", sps.fixed_frame_rate_flag},
+             {"nal_hrd_parameters_present_flag", sps.nal_hrd_parameters_present_flag},
+             {"vcl_hrd_parameters_present_flag", sps.vcl_hrd_parameters_present_flag},
+             {"pic_struct_present_flag", sps.pic_struct_present_flag}})
+        EXPECT_EQ(value, Or(t, name.c_str(), 0)) << name;
+    // The trace's last HRD block is the one whose lengths count.
+    EXPECT_EQ(sps.cpb_removal_delay_length, Or(t, "cpb_removal_delay_length_minus1", 23) + 1);
+    EXPECT_EQ(sps.dpb_output_delay_length, Or(t, "dpb_output_delay_length_minus1", 23) + 1);
+}
+
+Bytes WriteSps(const SpsSpec& s, size_t* flagBit) {
+    BitWriter w;
+    w.u(8, s.profile_idc).u(8, 0).u(8, 30).ue(s.seq_parameter_set_id);
+    if (s.profile_idc == 100 || s.profile_idc == 244) {
+        w.ue(s.chroma_format_idc);
+        if (s.chroma_format_idc == 3) w.u(1, 1);  // separate_colour_plane_flag
+        w.ue(0).ue(0).u(1, 0).u(1, !s.scalingDeltas.empty());
+        for (const auto& list : s.scalingDeltas) {
+            w.u(1, !list.empty());
+            for (int delta : list) w.se(delta);
+        }
+    }
+    w.ue(5).ue(s.pic_order_cnt_type);
+    if (s.pic_order_cnt_type == 0) w.ue(3);
+    if (s.pic_order_cnt_type == 1) {
+        w.u(1, s.delta_pic_order_always_zero_flag).se(-2).se(3).ue(s.offsetForRefFrame.size());
+        for (int offset : s.offsetForRefFrame) w.se(offset);
+    }
+    w.ue(2).u(1, 0).ue(s.pic_width_in_mbs_minus1).ue(14);
+    if (flagBit) *flagBit = w.BitCount();
+    w.u(1, s.frame_mbs_only_flag);
+    if (!s.frame_mbs_only_flag) w.u(1, 1);
+    w.u(1, 1).u(1, s.cropping);  // direct_8x8_inference_flag, frame_cropping_flag
+    if (s.cropping) w.ue(0).ue(3).ue(1).ue(5);
+    w.u(1, s.vui);
+    if (s.vui) WriteVui(w, s);
+    return w.trailing().Nal(0x67);
+}
+
+void Feed(cParser& parser, const Bytes& bytes) {
+    parser.Append(bytes.data(), static_cast<int32_t>(bytes.size()));
+    parser.Process();
+}
+
+std::string Catch(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (H264PARSER::cException* e) {
+        const std::string m = e->Message();
+        delete e;
+        return m;
+    }
+    return "";
 }
 
 }  // namespace corvane::test

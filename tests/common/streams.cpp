@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
@@ -32,9 +33,16 @@ std::vector<uint8_t> ReadFile(const std::string& path) {
 
 std::string MakeStream(const std::string& name, int width, int height, int frames,
                        const std::string& args, const std::string& source) {
-    const std::string path = std::string(CORVANE_TEST_DATA_DIR) + "/" + name;
-    if (FileExists(path)) return path;
+    // The cached clip's name carries a digest of everything that made it, so
+    // changing an encoder argument never reuses a stale clip.
     const auto dot = name.rfind('.');
+    std::ostringstream recipe;
+    recipe << width << 'x' << height << '/' << frames << '/' << args << '/' << source;
+    char digest[17];
+    std::snprintf(digest, sizeof digest, "%016zx", std::hash<std::string>{}(recipe.str()));
+    const std::string path = std::string(CORVANE_TEST_DATA_DIR) + "/" + name.substr(0, dot) + "-" +
+                             digest + name.substr(dot);
+    if (FileExists(path)) return path;
     const std::string tmp = path + ".tmp." + std::to_string(getpid()) + name.substr(dot);
     std::ostringstream cmd;
     cmd << "ffmpeg -nostdin -y -loglevel error -f lavfi -i '" << source << "=size=" << width << "x"

@@ -10,12 +10,13 @@ namespace corvane::test {
 
 using Packet = std::vector<uint8_t>;
 
-// Encodes a synthetic clip with the ffmpeg CLI into <test-data>/<name> (the
-// extension picks the container: .h264/.hevc raw Annex B, .mp4, .mkv, .ts) and
-// returns its path. `args` goes between the input options and the output, for
-// example "-c:v libx264 -profile:v baseline". The clip is `testsrc2` of the
-// given size and frame count unless `source` names another lavfi source graph.
-// Made once per build tree; concurrent test processes are safe (write + rename).
+// Encodes a synthetic clip with the ffmpeg CLI into <test-data>/ and returns its
+// path: `name` with a digest of the recipe added before the extension, which picks
+// the container (.h264/.hevc raw Annex B, .mp4, .mkv, .ts). `args` goes between
+// the input options and the output, for example "-c:v libx264 -profile:v baseline".
+// The clip is `testsrc2` of the given size and frame count unless `source` names
+// another lavfi source graph. Made once per recipe and build tree; concurrent test
+// processes are safe (write + rename).
 std::string MakeStream(const std::string& name, int width, int height, int frames,
                        const std::string& args, const std::string& source = "testsrc2");
 

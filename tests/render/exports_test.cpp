@@ -3,6 +3,7 @@
 // on the direct path and paced by the timer.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <random>
 
 #include "corvane.h"
@@ -49,6 +50,7 @@ struct Path {
     int32_t fps;       // 0: drawn at once; else paced by the timer
     uint32_t lastRow;  // the unconverted last row: the clear's white, or a new surface's black
 };
+void PrintTo(const Path& path, std::ostream* out) { *out << path.name; }
 
 class RenderExportsOnX : public ::testing::TestWithParam<Path> {
 protected:

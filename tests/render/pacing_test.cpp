@@ -35,7 +35,11 @@ TEST(RenderPacing, FasterFramesWaitUpToTheLimitAndGoOutOldestFirst) {
         // Only frames make surfaces: the limit, the one a tick holds, the back buffer.
         EXPECT_LE(rig.backend.liveSurfaces.load(), 14);
     }
-    ASSERT_TRUE(WaitFor([&] { return rig.session->displayCount.load() == 0; }));
+    // Until every surface is free again: a tick takes its surface off the queue
+    // before it copies it, and gives it back only once it has presented it.
+    ASSERT_TRUE(WaitFor([&] {
+        return rig.session->freeCount.load() + 1 == static_cast<uint64_t>(rig.backend.liveSurfaces.load());
+    }));
     const auto shown = rig.backend.ValuesOf(Op::UpdateSurface);
     ASSERT_GE(shown.size(), 12u);
     EXPECT_LT(shown.size(), 60u);  // some were dropped

@@ -15,6 +15,8 @@ namespace {
 #include "primitives/median/median_simd.inc"
 #include "primitives/median/median_networks.inc"
 #include "primitives/median/median_rows.inc"
+#include "primitives/median/median_planes.inc"
+#include "primitives/median/median_square3.inc"
 
 template <Elem E>
 constexpr int32_t kElemBytes = E == Elem::U8 ? 1 : 2;
@@ -67,9 +69,9 @@ void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dst
                   ImageSize roi, ImageSize mask, uint8_t*) {
   constexpr int32_t PB = Ch * kElemBytes<E>;
   if (MedianMaskCode(mask) == 33) {
-    RowWalker<Square3<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+    Square3Columns<E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
   } else {
-    RowWalker<Square5<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
+    PlaneWalker<Square5<E>, E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
   }
 }
 

@@ -92,6 +92,23 @@ TEST_P(MedianKernelTest, VectorEdgeWidthsOfTheHotForm) {
   }
 }
 
+// Regions large enough for the square kernels' long roads: rows that end a
+// byte either side of a kilobyte chunk and just past one, and heights either
+// side of a 32-row band, over rows shorter than a vector too.
+TEST_P(MedianKernelTest, ChunkAndBandEdges) {
+  constexpr ImageSize kSizes[] = {{341, 2}, {342, 3}, {347, 1}, {352, 2}, {683, 2},
+                                  {130, 3}, {12, 31}, {11, 32}, {13, 33}, {40, 65},
+                                  {1, 40},  {2, 37},  {5, 34},  {10, 66}};
+  for (int32_t group : {MedianGroup8uC3, MedianGroup8uC4Keep, MedianGroup16uC4, MedianGroup16sC3}) {
+    for (int32_t slot : {MedianSlotSquare3, MedianSlotSquare5}) {
+      for (const ImageSize roi : kSizes) {
+        Check(group, slot, roi, RandomLayout(Rng(), 1, 1), RandomLayout(Rng(), 1, 1));
+        if (HasFailure()) return;
+      }
+    }
+  }
+}
+
 // A kernel reads from the first byte its top mask row needs to the last its
 // bottom row needs, and no further: the image is exactly that span of memory,
 // against an inaccessible page at either end.
@@ -104,7 +121,8 @@ TEST_P(MedianKernelTest, ReadsOnlyTheMaskRows) {
       const int32_t xr = mask.width / 2, yr = mask.height / 2;
       for (int32_t w : {1, 2, 5, 6, 11, 16, 33}) {
         for (PageBuffer::Edge edge : {PageBuffer::Edge::End, PageBuffer::Edge::Start}) {
-          const ImageSize roi{w, 3};
+          // Taller regions let the short-row roads run ahead of the last rows.
+          const ImageSize roi{w, w % 2 ? 3 : 9};
           const int32_t step = (w + 2 * xr) * px;
           const int32_t rows = roi.height + 2 * yr;
           PageBuffer src(static_cast<size_t>(step) * rows, edge);
@@ -116,7 +134,8 @@ TEST_P(MedianKernelTest, ReadsOnlyTheMaskRows) {
               ReferenceMedianDirect(first, step, roi, mask, form, dst);
           kTables[Variant()]()[group * kMedianSlotCount + slot](first, step, dst.data(), w * px,
                                                                 roi, mask, nullptr);
-          EXPECT_EQ(dst, expected) << "group " << group << " slot " << slot << " width " << w;
+          EXPECT_EQ(dst, expected) << "group " << group << " slot " << slot << " region " << w
+                                   << "x" << roi.height;
         }
       }
     }

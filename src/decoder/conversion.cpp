@@ -136,6 +136,14 @@ bool ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst)
     return true;
 }
 
+bool ConvertsInSlices(const AVFrame& picture) {
+    return ConvertsInWholeGroups(picture);
+}
+
+int ConvertSlice(CodecSession& session, const AVFrame& picture, int firstRow, int rows, uint8_t* dst) {
+    return Scale(session, picture, firstRow, rows, dst, RowBytes(picture));
+}
+
 void DropConversionContext(CodecSession& session) {
     sws_freeContext(session.swsContext);
     session.swsContext = nullptr;

@@ -20,6 +20,18 @@ bool ConvertAllButLastRow(CodecSession& session, const AVFrame& picture, uint8_t
 // Every row into `dst` (stride width * 3). False as above.
 bool ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst);
 
+// True when rows can be converted straight into a buffer of stride width * 3
+// slice by slice (ConvertSlice); false when the picture has to go whole
+// through ConvertAllRows.
+bool ConvertsInSlices(const AVFrame& picture);
+
+// Source rows [firstRow, firstRow + rows) into `dst`, which holds the whole
+// picture at stride width * 3. Slices go top to bottom, the first from row 0,
+// each starting on an even row; a slice may finish fewer destination rows
+// than it has source rows when the converter lags. Gives the number of rows
+// finished, or a negative value when swscale refuses.
+int ConvertSlice(CodecSession& session, const AVFrame& picture, int firstRow, int rows, uint8_t* dst);
+
 // Frees the context alone: the next picture makes a new one.
 void DropConversionContext(CodecSession& session);
 

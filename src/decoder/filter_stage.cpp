@@ -1,5 +1,7 @@
 #include "decoder/filter_stage.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 
 #include "decoder/conversion.h"
@@ -42,12 +44,9 @@ int32_t PrepareMedianScratch(CodecSession& session, const AVFrame& picture) {
     return 0;
 }
 
-// Every row of the picture goes into filterImage (the session's own scratch,
-// so the last row is converted too and the output is the same whatever the
-// caller's buffer held), and the median runs from there into dst.
-int32_t RunMedianStage(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-    const int32_t prepared = PrepareMedianScratch(session, picture);
-    if (prepared != 0) return prepared;
+// The whole picture at once: converted into filterImage, then filtered into
+// dst. For pictures that can't be converted slice by slice.
+int32_t FilterWholePicture(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
     if (!ConvertAllRows(session, picture, session.filterImage)) return ResultNoResource;
     const int32_t step = picture.width * 3;
     const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
@@ -55,6 +54,66 @@ int32_t RunMedianStage(CodecSession& session, const AVFrame& picture, uint8_t* d
         kMedianMask, BorderReplicate, kBorderValue,
         static_cast<uint8_t*>(session.filterBuffer));
     return status == StatusOk ? 0 : ResultFilterFailed;
+}
+
+// Rows of a band, and of a conversion slice: even, so that every slice of a
+// vertically subsampled picture starts on a chroma row, and small enough that
+// a band's BGR rows, the rows below it and its source rows stay in cache
+// between conversion and filter.
+constexpr int kBandRows = 32;
+
+// Converts and filters band by band, a slice ahead of the filter: a band
+// [y0, y1) is filtered once rows up to y1 (the row below it) are converted.
+// Inside the picture the filter reads the real rows above and below the band;
+// on its edges it replicates, so the result is the one of a single pass over
+// the whole picture. Every band but the last has kBandRows rows, the last up to
+// twice that, so none is too short for the filter's strips.
+int32_t FilterInBands(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
+    const int height = picture.height;
+    const int32_t step = picture.width * 3;
+    uint8_t* image = session.filterImage;
+    int fed = 0, converted = 0;
+    for (int y0 = 0; y0 < height;) {
+        const int y1 = height - y0 < 2 * kBandRows ? height : y0 + kBandRows;
+        const int needed = y1 < height ? y1 + 1 : height;
+        while (converted < needed && fed < height) {
+            const int rows = std::min(kBandRows, height - fed);
+            const int done = ConvertSlice(session, picture, fed, rows, image);
+            if (done < 0) {
+                DropConversionContext(session);
+                return ResultNoResource;
+            }
+            fed += rows;
+            converted += done;
+        }
+        uint32_t border = BorderReplicate;
+        if (y0 > 0) border |= BorderMemoryTop;
+        if (y1 < height) border |= BorderMemoryBottom;
+        const ptrdiff_t offset = static_cast<ptrdiff_t>(y0) * step;
+        const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
+            image + offset, step, dst + offset, step, ImageSize{picture.width, y1 - y0},
+            kMedianMask, static_cast<BorderType>(border), kBorderValue,
+            static_cast<uint8_t*>(session.filterBuffer));
+        if (status != StatusOk) {
+            // The context is left part way down a picture; the next one
+            // starts on a fresh context.
+            DropConversionContext(session);
+            return ResultFilterFailed;
+        }
+        y0 = y1;
+    }
+    return 0;
+}
+
+// Every row of the picture goes into filterImage (the session's own scratch,
+// so the last row is converted too and the output is the same whatever the
+// caller's buffer held), and the median runs from there into dst. The scratch
+// is sized for the whole picture, which covers every band.
+int32_t RunMedianStage(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
+    const int32_t prepared = PrepareMedianScratch(session, picture);
+    if (prepared != 0) return prepared;
+    if (!ConvertsInSlices(picture)) return FilterWholePicture(session, picture, dst);
+    return FilterInBands(session, picture, dst);
 }
 
 }  // namespace

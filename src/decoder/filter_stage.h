@@ -1,7 +1,8 @@
 // The filter stages between conversion and output: median (ModeMedian,
 // ModeMedianToo) and sharpen (ModeSharpen, refused until the sharpen
-// primitive exists). The median stage converts the whole picture into the
-// session's filterImage and filters it into the destination, using the
+// primitive exists). The median stage converts the picture into the
+// session's filterImage and filters it into the destination band by band,
+// while a band's rows are still in cache, using the
 // scratch pair filterImage / filterBuffer: made by the first filtered
 // picture, kept while the picture size stays, made anew when it changes.
 #pragma once

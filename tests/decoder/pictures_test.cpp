@@ -61,7 +61,14 @@ TEST(MedianMode, EveryPictureIsTheMedianOfFfmpegsAcrossSizesAndResets) {
     std::vector<Stream> streams;
     const StreamSpec kShort176 = {"main_176x96.h264", 176, 96, 3,
                                   "-c:v libx264 -profile:v main -bf 0 -pix_fmt yuv420p", "testsrc2", 27};
-    for (const StreamSpec* spec : {&kBaseline176, &kHigh320, &kOdd175x143, &kShort176}) {
+    // Chroma layouts other than 4:2:0, and an odd height, through the banded
+    // conversion that widths in whole groups of 16 pixels take.
+    const StreamSpec k422 = {"high422_176x144.h264", 176, 144, 4,
+                             "-c:v libx264 -pix_fmt yuv422p -bf 0", "testsrc2", 27};
+    const StreamSpec k444Odd = {"high444_192x131.h264", 192, 131, 3,
+                                "-c:v libx264 -pix_fmt yuv444p -bf 0", "testsrc", 27};
+    for (const StreamSpec* spec :
+         {&kBaseline176, &kHigh320, &kOdd175x143, &kShort176, &k422, &k444Odd}) {
         Stream s{spec, LoadPackets(*spec), {}, {}};
         s.ffmpeg = ExpectedPictures(s.packets, 27);
         for (const Picture& p : s.ffmpeg) s.medians.push_back(Median3x3(p));
@@ -70,7 +77,8 @@ TEST(MedianMode, EveryPictureIsTheMedianOfFfmpegsAcrossSizesAndResets) {
     CodecHandle session = H264CodecOpen();
     ASSERT_NE(session, nullptr);
     const struct { size_t stream; bool reset; } runs[] = {
-        {0, false}, {1, false}, {0, false}, {3, false}, {0, false}, {2, true}, {1, true}};
+        {0, false}, {1, false}, {0, false}, {3, false}, {0, false}, {2, true}, {1, true},
+        {4, false}, {5, false}};
     for (const auto& run : runs) {
         const Stream& s = streams[run.stream];
         SCOPED_TRACE(std::string(s.spec->file) + (run.reset ? " after a reset" : ""));

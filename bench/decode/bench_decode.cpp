@@ -13,12 +13,11 @@
 #include <map>
 #include <string>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 #include "corvane.h"
-#include "packet_source.h"
+#include "common/stream_1080p.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -27,43 +26,13 @@ extern "C" {
 
 namespace {
 
-constexpr int kWidth = 1920;
-constexpr int kHeight = 1080;
-constexpr int kFrames = 80;
+using corvane::bench::Packets;
+constexpr int kWidth = corvane::bench::kStreamWidth;
+constexpr int kHeight = corvane::bench::kStreamHeight;
+constexpr int kFrames = corvane::bench::kStreamFrames;
 constexpr size_t kPictureBytes = size_t{kWidth} * kHeight * 3;
 
-using Packets = std::vector<std::vector<uint8_t>>;
-
-// Four slices a picture, as many cameras send, so that slice threading has work.
-std::string MakeStream() {
-    const std::string dir = CORVANE_BENCH_DATA_DIR;
-    const std::string path = dir + "/decode_1080p.h264";
-    struct stat st {};
-    if (stat(path.c_str(), &st) == 0 && st.st_size > 0) return path;
-    const std::string tmp = path + ".tmp.h264";
-    const std::string cmd = "mkdir -p '" + dir +
-                            "' && ffmpeg -nostdin -y -loglevel error -f lavfi -i "
-                            "testsrc2=size=1920x1080:rate=25 -frames:v " +
-                            std::to_string(kFrames) +
-                            " -c:v libx264 -profile:v main -bf 0 -g 50 -x264-params slices=4 '" +
-                            tmp + "' && mv '" + tmp + "' '" + path + "'";
-    if (std::system(cmd.c_str()) != 0) {
-        std::fprintf(stderr, "cannot make the stream: %s\n", cmd.c_str());
-        std::exit(1);
-    }
-    return path;
-}
-
-const Packets& Stream() {
-    static const Packets packets = [] {
-        Packets all;
-        auto source = corvane::tools::OpenPacketSource(MakeStream(), corvane::tools::Codec::H264);
-        corvane::tools::PacketView p;
-        while (source->Next(p)) all.emplace_back(p.data, p.data + p.size);
-        return all;
-    }();
-    return packets;
-}
+const Packets& Stream() { return corvane::bench::Stream1080p(); }
 
 // CPU time of the whole process, FFmpeg's slice threads included: on a machine
 // that others load too, the work done varies far less than the wall time.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace corvane::bench {
@@ -16,5 +17,11 @@ using Packets = std::vector<std::vector<uint8_t>>;
 
 // The stream cut into access units; exits the program if it can't be made.
 const Packets& Stream1080p();
+
+// Makes a raw H.264 clip of testsrc2 with the ffmpeg CLI into the benchmarks'
+// data folder, once (kept for later runs), and returns its path; exits the
+// program if it can't be made. `encoder` holds the output options.
+std::string MakeBenchStream(const std::string& name, int width, int height, int frames,
+                            const std::string& encoder);
 
 }  // namespace corvane::bench

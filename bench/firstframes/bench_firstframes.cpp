@@ -12,13 +12,13 @@
 #include <cstdlib>
 #include <map>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 #include "corvane.h"
 #include "decoder/first_frames.h"
 #include "decoder/session.h"
+#include "common/stream_1080p.h"
 #include "packet_source.h"
 
 extern "C" {
@@ -38,22 +38,9 @@ const Stream kStreams[] = {{"firstframes_1080p.h264", 1920, 1080},
                            {"firstframes_320x240.h264", 320, 240}};
 
 std::string MakeStream(const Stream& s) {
-    const std::string dir = CORVANE_BENCH_DATA_DIR;
-    const std::string path = dir + "/" + s.name;
-    struct stat st {};
-    if (stat(path.c_str(), &st) == 0 && st.st_size > 0) return path;
-    const std::string tmp = path + ".tmp.h264";
-    const std::string cmd = "mkdir -p '" + dir +
-                            "' && ffmpeg -nostdin -y -loglevel error -f lavfi -i testsrc2=size=" +
-                            std::to_string(s.width) + "x" + std::to_string(s.height) +
-                            ":rate=25 -frames:v 4 -c:v libx264 -profile:v high -bf 3 "
-                            "-x264-params b-pyramid=normal '" +
-                            tmp + "' && mv '" + tmp + "' '" + path + "'";
-    if (std::system(cmd.c_str()) != 0) {
-        std::fprintf(stderr, "cannot make the stream: %s\n", cmd.c_str());
-        std::exit(1);
-    }
-    return path;
+    return corvane::bench::MakeBenchStream(
+        s.name, s.width, s.height, 4,
+        "-c:v libx264 -profile:v high -bf 3 -x264-params b-pyramid=normal");
 }
 
 const std::vector<uint8_t>& FirstPacket(int index) {

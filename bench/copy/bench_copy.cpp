@@ -70,8 +70,8 @@ void BM_MemcpyRows(benchmark::State& state, Picture p) {
   Buffers b(p);
   for (auto _ : state) {
     for (int32_t y = 0; y < p.height; ++y) {
-      std::memcpy(b.dst + static_cast<size_t>(y) * b.dstStep, b.src + static_cast<size_t>(y) * b.srcStep,
-                  b.rowBytes);
+      std::memcpy(b.dst + static_cast<size_t>(y) * b.dstStep,
+                  b.src + static_cast<size_t>(y) * b.srcStep, b.rowBytes);
     }
     benchmark::ClobberMemory();
   }
@@ -87,10 +87,10 @@ void Register() {
   const Setting settings[] = {
       {"1080p_equal", kEqual, 0},
       {"1080p_unequal", kUnequal, 0},
-      {"1080p_equal_stream", kEqual, 4 << 20},    // as if the cache held 4 MiB
+      {"1080p_equal_stream", kEqual, 4 << 20},  // as if the cache held 4 MiB
       {"1080p_unequal_stream", kUnequal, 4 << 20},
       {"large_equal", kLarge, 0},
-      {"large_equal_stream", kLarge, 32 << 20},   // this machine's last-level cache
+      {"large_equal_stream", kLarge, 32 << 20},  // this machine's last-level cache
   };
   for (const Setting& s : settings) {
     benchmark::RegisterBenchmark((std::string("memcpy_rows/") + s.name).c_str(), BM_MemcpyRows,

@@ -89,7 +89,8 @@ class MedianReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" && !run.error_occurred) {
+      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
+          !run.error_occurred) {
         medians[run.run_name.function_name] = run.GetAdjustedRealTime();
       }
     }
@@ -117,7 +118,8 @@ int main(int argc, char** argv) {
   std::vector<std::string> ours3, ours5;
   for (int v = 0; v < corvane::primitives::kCpuVariantCount; ++v) {
     if (!corvane::primitives::ownCpuCanRunVariant(v)) {
-      std::printf("%s skipped: this processor can't run it\n", corvane::primitives::CpuVariantPrefix(v));
+      std::printf("%s skipped: this processor can't run it\n",
+                  corvane::primitives::CpuVariantPrefix(v));
       continue;
     }
     const std::string prefix = corvane::primitives::CpuVariantPrefix(v);

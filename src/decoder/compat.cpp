@@ -17,79 +17,73 @@ constexpr int kMaxSendAttempts = PictureQueue::kCapacity + 2;
 // Slots keep their frame objects for the session's life; only the picture
 // references move in and out.
 void DropOldest(PictureQueue* queue) {
-    av_frame_unref(queue->slots[queue->head]);
-    queue->head = (queue->head + 1) % PictureQueue::kCapacity;
-    --queue->count;
+  av_frame_unref(queue->slots[queue->head]);
+  queue->head = (queue->head + 1) % PictureQueue::kCapacity;
+  --queue->count;
 }
 
 bool Pop(PictureQueue* queue, AVFrame* frame) {
-    if (queue->count == 0) return false;
-    av_frame_unref(frame);
-    av_frame_move_ref(frame, queue->slots[queue->head]);
-    queue->head = (queue->head + 1) % PictureQueue::kCapacity;
-    --queue->count;
-    return true;
+  if (queue->count == 0) return false;
+  av_frame_unref(frame);
+  av_frame_move_ref(frame, queue->slots[queue->head]);
+  queue->head = (queue->head + 1) % PictureQueue::kCapacity;
+  --queue->count;
+  return true;
 }
 
 // Moves the picture the decoder holds into the queue. When the queue is full
 // the oldest picture gives way: a caller that feeds packets holding several
 // pictures each can't be served all of them at one picture a call.
 bool TakeWaitingPicture(AVCodecContext* context, PictureQueue* queue) {
-    if (queue->count == PictureQueue::kCapacity) DropOldest(queue);
-    AVFrame*& slot = queue->slots[(queue->head + queue->count) % PictureQueue::kCapacity];
-    if (!slot) slot = av_frame_alloc();
-    if (!slot || avcodec_receive_frame(context, slot) != 0) return false;
-    ++queue->count;
-    return true;
+  if (queue->count == PictureQueue::kCapacity) DropOldest(queue);
+  AVFrame*& slot = queue->slots[(queue->head + queue->count) % PictureQueue::kCapacity];
+  if (!slot) slot = av_frame_alloc();
+  if (!slot || avcodec_receive_frame(context, slot) != 0) return false;
+  ++queue->count;
+  return true;
 }
 
 }  // namespace
 
 void RegisterAll() {}
 
-AVPacket* AllocPacket() {
-    return av_packet_alloc();
-}
+AVPacket* AllocPacket() { return av_packet_alloc(); }
 
-void FreePacket(AVPacket** packet) {
-    av_packet_free(packet);
-}
+void FreePacket(AVPacket** packet) { av_packet_free(packet); }
 
-void FreeContext(AVCodecContext** context) {
-    avcodec_free_context(context);
-}
+void FreeContext(AVCodecContext** context) { avcodec_free_context(context); }
 
 int DecodeVideo2(AVCodecContext* context, AVFrame* frame, int* gotPicture, AVPacket* packet,
                  PictureQueue* queue, const uint8_t* data, int size) {
-    *gotPicture = 0;
-    if (!data && size > 0) return AVERROR(EINVAL);  // nothing to read the bytes from
-    packet->data = const_cast<uint8_t*>(data ? data : &kPlaceholderByte);
-    packet->size = size;
-    int result = avcodec_send_packet(context, packet);
-    for (int attempt = 1; result == AVERROR(EAGAIN) && attempt < kMaxSendAttempts; ++attempt) {
-        if (!TakeWaitingPicture(context, queue)) break;
-        result = avcodec_send_packet(context, packet);
-    }
-    packet->data = nullptr;
-    packet->size = 0;
-    if (result < 0) return result;
+  *gotPicture = 0;
+  if (!data && size > 0) return AVERROR(EINVAL);  // nothing to read the bytes from
+  packet->data = const_cast<uint8_t*>(data ? data : &kPlaceholderByte);
+  packet->size = size;
+  int result = avcodec_send_packet(context, packet);
+  for (int attempt = 1; result == AVERROR(EAGAIN) && attempt < kMaxSendAttempts; ++attempt) {
+    if (!TakeWaitingPicture(context, queue)) break;
+    result = avcodec_send_packet(context, packet);
+  }
+  packet->data = nullptr;
+  packet->size = 0;
+  if (result < 0) return result;
 
-    if (Pop(queue, frame)) {
-        *gotPicture = 1;
-        return 0;
-    }
-    result = avcodec_receive_frame(context, frame);
-    if (result == 0) {
-        *gotPicture = 1;
-        return 0;
-    }
-    return result == AVERROR(EAGAIN) ? 0 : result;
+  if (Pop(queue, frame)) {
+    *gotPicture = 1;
+    return 0;
+  }
+  result = avcodec_receive_frame(context, frame);
+  if (result == 0) {
+    *gotPicture = 1;
+    return 0;
+  }
+  return result == AVERROR(EAGAIN) ? 0 : result;
 }
 
 void ClearQueue(PictureQueue* queue) {
-    for (AVFrame*& slot : queue->slots) av_frame_free(&slot);
-    queue->head = 0;
-    queue->count = 0;
+  for (AVFrame*& slot : queue->slots) av_frame_free(&slot);
+  queue->head = 0;
+  queue->count = 0;
 }
 
 }  // namespace corvane::decoder::compat

@@ -13,10 +13,10 @@ namespace corvane::decoder::compat {
 // Pictures the decoder had ready when it refused a packet. Kept in order and
 // handed out one per call, ahead of anything newer.
 struct PictureQueue {
-    static constexpr int kCapacity = 4;
-    AVFrame* slots[kCapacity] = {};
-    int head = 0;
-    int count = 0;
+  static constexpr int kCapacity = 4;
+  AVFrame* slots[kCapacity] = {};
+  int head = 0;
+  int count = 0;
 };
 
 // Decoders register themselves nowadays; kept so that opening a session reads

@@ -30,7 +30,8 @@ bool ConvertsInSlices(const AVFrame& picture);
 // each starting on an even row; a slice may finish fewer destination rows
 // than it has source rows when the converter lags. Gives the number of rows
 // finished, or a negative value when swscale refuses.
-int ConvertSlice(CodecSession& session, const AVFrame& picture, int firstRow, int rows, uint8_t* dst);
+int ConvertSlice(CodecSession& session, const AVFrame& picture, int firstRow, int rows,
+                 uint8_t* dst);
 
 // Frees the context alone: the next picture makes a new one.
 void DropConversionContext(CodecSession& session);

@@ -20,40 +20,39 @@ constexpr uint8_t kBorderValue[3] = {0, 0, 0};
 // pair made for it by an earlier picture. 0 or ResultNoResource, with nothing
 // left allocated on failure.
 int32_t PrepareMedianScratch(CodecSession& session, const AVFrame& picture) {
-    if (session.filterImage && session.filterMode == ModeMedian &&
-        session.filterWidth == picture.width && session.filterHeight == picture.height) {
-        return 0;
-    }
-    ReleaseFilterScratch(session);
-    const ImageSize region{picture.width, picture.height};
-    int32_t size = 0;
-    if (primitives::ownFilterMedianBorderGetBufferSize(region, kMedianMask, PixelType8u, 3,
-                                                       &size) != StatusOk) {
-        return ResultNoResource;
-    }
-    session.filterBuffer = primitives::ownMallocAligned(size > 0 ? size : 1);
-    session.filterImage = static_cast<uint8_t*>(
-        std::malloc(static_cast<size_t>(picture.width) * 3 * static_cast<size_t>(picture.height)));
-    if (!session.filterBuffer || !session.filterImage) {
-        ReleaseFilterScratch(session);
-        return ResultNoResource;
-    }
-    session.filterWidth = picture.width;
-    session.filterHeight = picture.height;
-    session.filterMode = ModeMedian;
+  if (session.filterImage && session.filterMode == ModeMedian &&
+      session.filterWidth == picture.width && session.filterHeight == picture.height) {
     return 0;
+  }
+  ReleaseFilterScratch(session);
+  const ImageSize region{picture.width, picture.height};
+  int32_t size = 0;
+  if (primitives::ownFilterMedianBorderGetBufferSize(region, kMedianMask, PixelType8u, 3, &size) !=
+      StatusOk) {
+    return ResultNoResource;
+  }
+  session.filterBuffer = primitives::ownMallocAligned(size > 0 ? size : 1);
+  session.filterImage = static_cast<uint8_t*>(
+      std::malloc(static_cast<size_t>(picture.width) * 3 * static_cast<size_t>(picture.height)));
+  if (!session.filterBuffer || !session.filterImage) {
+    ReleaseFilterScratch(session);
+    return ResultNoResource;
+  }
+  session.filterWidth = picture.width;
+  session.filterHeight = picture.height;
+  session.filterMode = ModeMedian;
+  return 0;
 }
 
 // The whole picture at once: converted into filterImage, then filtered into
 // dst. For pictures that can't be converted slice by slice.
 int32_t FilterWholePicture(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-    if (!ConvertAllRows(session, picture, session.filterImage)) return ResultNoResource;
-    const int32_t step = picture.width * 3;
-    const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
-        session.filterImage, step, dst, step, ImageSize{picture.width, picture.height},
-        kMedianMask, BorderReplicate, kBorderValue,
-        static_cast<uint8_t*>(session.filterBuffer));
-    return status == StatusOk ? 0 : ResultFilterFailed;
+  if (!ConvertAllRows(session, picture, session.filterImage)) return ResultNoResource;
+  const int32_t step = picture.width * 3;
+  const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
+      session.filterImage, step, dst, step, ImageSize{picture.width, picture.height}, kMedianMask,
+      BorderReplicate, kBorderValue, static_cast<uint8_t*>(session.filterBuffer));
+  return status == StatusOk ? 0 : ResultFilterFailed;
 }
 
 // Rows of a band, and of a conversion slice: even, so that every slice of a
@@ -69,40 +68,39 @@ constexpr int kBandRows = 32;
 // the whole picture. Every band but the last has kBandRows rows, the last up to
 // twice that, so none is too short for the filter's strips.
 int32_t FilterInBands(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-    const int height = picture.height;
-    const int32_t step = picture.width * 3;
-    uint8_t* image = session.filterImage;
-    int fed = 0, converted = 0;
-    for (int y0 = 0; y0 < height;) {
-        const int y1 = height - y0 < 2 * kBandRows ? height : y0 + kBandRows;
-        const int needed = y1 < height ? y1 + 1 : height;
-        while (converted < needed && fed < height) {
-            const int rows = std::min(kBandRows, height - fed);
-            const int done = ConvertSlice(session, picture, fed, rows, image);
-            if (done < 0) {
-                DropConversionContext(session);
-                return ResultNoResource;
-            }
-            fed += rows;
-            converted += done;
-        }
-        uint32_t border = BorderReplicate;
-        if (y0 > 0) border |= BorderMemoryTop;
-        if (y1 < height) border |= BorderMemoryBottom;
-        const ptrdiff_t offset = static_cast<ptrdiff_t>(y0) * step;
-        const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
-            image + offset, step, dst + offset, step, ImageSize{picture.width, y1 - y0},
-            kMedianMask, static_cast<BorderType>(border), kBorderValue,
-            static_cast<uint8_t*>(session.filterBuffer));
-        if (status != StatusOk) {
-            // The context is left part way down a picture; the next one
-            // starts on a fresh context.
-            DropConversionContext(session);
-            return ResultFilterFailed;
-        }
-        y0 = y1;
+  const int height = picture.height;
+  const int32_t step = picture.width * 3;
+  uint8_t* image = session.filterImage;
+  int fed = 0, converted = 0;
+  for (int y0 = 0; y0 < height;) {
+    const int y1 = height - y0 < 2 * kBandRows ? height : y0 + kBandRows;
+    const int needed = y1 < height ? y1 + 1 : height;
+    while (converted < needed && fed < height) {
+      const int rows = std::min(kBandRows, height - fed);
+      const int done = ConvertSlice(session, picture, fed, rows, image);
+      if (done < 0) {
+        DropConversionContext(session);
+        return ResultNoResource;
+      }
+      fed += rows;
+      converted += done;
     }
-    return 0;
+    uint32_t border = BorderReplicate;
+    if (y0 > 0) border |= BorderMemoryTop;
+    if (y1 < height) border |= BorderMemoryBottom;
+    const ptrdiff_t offset = static_cast<ptrdiff_t>(y0) * step;
+    const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
+        image + offset, step, dst + offset, step, ImageSize{picture.width, y1 - y0}, kMedianMask,
+        static_cast<BorderType>(border), kBorderValue, static_cast<uint8_t*>(session.filterBuffer));
+    if (status != StatusOk) {
+      // The context is left part way down a picture; the next one
+      // starts on a fresh context.
+      DropConversionContext(session);
+      return ResultFilterFailed;
+    }
+    y0 = y1;
+  }
+  return 0;
 }
 
 // Every row of the picture goes into filterImage (the session's own scratch,
@@ -110,34 +108,34 @@ int32_t FilterInBands(CodecSession& session, const AVFrame& picture, uint8_t* ds
 // caller's buffer held), and the median runs from there into dst. The scratch
 // is sized for the whole picture, which covers every band.
 int32_t RunMedianStage(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-    const int32_t prepared = PrepareMedianScratch(session, picture);
-    if (prepared != 0) return prepared;
-    if (!ConvertsInSlices(picture)) return FilterWholePicture(session, picture, dst);
-    return FilterInBands(session, picture, dst);
+  const int32_t prepared = PrepareMedianScratch(session, picture);
+  if (prepared != 0) return prepared;
+  if (!ConvertsInSlices(picture)) return FilterWholePicture(session, picture, dst);
+  return FilterInBands(session, picture, dst);
 }
 
 }  // namespace
 
 bool IsFilterMode(int32_t mode) {
-    return mode == ModeMedian || mode == ModeMedianToo || mode == ModeSharpen;
+  return mode == ModeMedian || mode == ModeMedianToo || mode == ModeSharpen;
 }
 
 int32_t RunFilterStage(CodecSession& session, int32_t mode, const AVFrame& picture, uint8_t* dst) {
-    if (mode == ModeMedian || mode == ModeMedianToo) return RunMedianStage(session, picture, dst);
-    // The sharpen primitive isn't part of the library yet: the stage refuses
-    // rather than hand out an unfiltered picture as a filtered one. Nothing
-    // is allocated for it.
-    return ResultFilterFailed;
+  if (mode == ModeMedian || mode == ModeMedianToo) return RunMedianStage(session, picture, dst);
+  // The sharpen primitive isn't part of the library yet: the stage refuses
+  // rather than hand out an unfiltered picture as a filtered one. Nothing
+  // is allocated for it.
+  return ResultFilterFailed;
 }
 
 void ReleaseFilterScratch(CodecSession& session) {
-    std::free(session.filterImage);
-    session.filterImage = nullptr;
-    primitives::ownFreeAligned(session.filterBuffer);
-    session.filterBuffer = nullptr;
-    session.filterWidth = 0;
-    session.filterHeight = 0;
-    session.filterMode = 0;
+  std::free(session.filterImage);
+  session.filterImage = nullptr;
+  primitives::ownFreeAligned(session.filterBuffer);
+  session.filterBuffer = nullptr;
+  session.filterWidth = 0;
+  session.filterHeight = 0;
+  session.filterMode = 0;
 }
 
 }  // namespace corvane::decoder

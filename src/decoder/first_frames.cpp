@@ -17,60 +17,58 @@ constexpr int32_t kParserBufferBytes = 1000;
 
 // Products the way a 32-bit signed header field holds them: wrapped, never
 // trapped, whatever size a damaged parameter set claims.
-int32_t Wrapped(uint32_t value) {
-    return static_cast<int32_t>(value);
-}
+int32_t Wrapped(uint32_t value) { return static_cast<int32_t>(value); }
 
 // The header of a stream whose size so far is known only from its sequence
 // parameter set: whole macroblocks, no cropping, and map units taken as rows
 // as they stand (a field-coded stream shows half its frame height).
 void FillFromSps(const SpsRecord& sps, BITMAPINFOHEADER* header) {
-    const uint32_t width = 16u * (sps.pic_width_in_mbs_minus1 + 1u);
-    const uint32_t height = 16u * (sps.pic_height_in_map_units_minus1 + 1u);
-    header->biSize = sizeof(BITMAPINFOHEADER);
-    header->biWidth = Wrapped(width);
-    header->biHeight = Wrapped(height);
-    header->biPlanes = 1;
-    header->biBitCount = 24;
-    header->biSizeImage = static_cast<uint32_t>(Wrapped(width * height * 3u * 8u) / 8);
+  const uint32_t width = 16u * (sps.pic_width_in_mbs_minus1 + 1u);
+  const uint32_t height = 16u * (sps.pic_height_in_map_units_minus1 + 1u);
+  header->biSize = sizeof(BITMAPINFOHEADER);
+  header->biWidth = Wrapped(width);
+  header->biHeight = Wrapped(height);
+  header->biPlanes = 1;
+  header->biBitCount = 24;
+  header->biSizeImage = static_cast<uint32_t>(Wrapped(width * height * 3u * 8u) / 8);
 }
 
 // Reads the unit at the start of the packet and gives the size of sequence
 // parameter set 0. Raises H264PARSER::cException when the packet defines no
 // such set.
 void ReadSizeFromPacket(const uint8_t* data, int32_t size, BITMAPINFOHEADER* header) {
-    cParser parser(kParserBufferBytes, true);
-    parser.Reset();
-    if (size > 0) parser.Append(data, size);  // the parser keeps its first 1000 bytes
-    parser.Process();
-    FillFromSps(parser.Context().ActivateSPS(0), header);
+  cParser parser(kParserBufferBytes, true);
+  parser.Reset();
+  if (size > 0) parser.Append(data, size);  // the parser keeps its first 1000 bytes
+  parser.Process();
+  FillFromSps(parser.Context().ActivateSPS(0), header);
 }
 
 }  // namespace
 
 bool RunFirstFramesStep(CodecSession& session, const uint8_t* data, int32_t size,
                         BITMAPINFOHEADER* header) {
-    std::memset(header, 0, sizeof(*header));
-    if (session.codecId.load(std::memory_order_relaxed) == CodecHevc) {
-        // No parser for H.265: its session settles on the first packet and the
-        // header stays zero until a picture comes.
-        session.needsInit = false;
-        return true;
-    }
-    // The parser is best effort: a packet it can't read leaves the session
-    // unsettled, and the next packet gets a new decoder and a new attempt.
-    try {
-        ReadSizeFromPacket(data, size, header);
-    } catch (H264PARSER::cException* e) {
-        delete e;
-        std::memset(header, 0, sizeof(*header));
-        return false;
-    } catch (const std::bad_alloc&) {
-        std::memset(header, 0, sizeof(*header));
-        return false;
-    }
+  std::memset(header, 0, sizeof(*header));
+  if (session.codecId.load(std::memory_order_relaxed) == CodecHevc) {
+    // No parser for H.265: its session settles on the first packet and the
+    // header stays zero until a picture comes.
     session.needsInit = false;
     return true;
+  }
+  // The parser is best effort: a packet it can't read leaves the session
+  // unsettled, and the next packet gets a new decoder and a new attempt.
+  try {
+    ReadSizeFromPacket(data, size, header);
+  } catch (H264PARSER::cException* e) {
+    delete e;
+    std::memset(header, 0, sizeof(*header));
+    return false;
+  } catch (const std::bad_alloc&) {
+    std::memset(header, 0, sizeof(*header));
+    return false;
+  }
+  session.needsInit = false;
+  return true;
 }
 
 }  // namespace corvane::decoder

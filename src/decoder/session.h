@@ -14,47 +14,47 @@ struct SwsContext;
 namespace corvane::decoder {
 
 struct CodecSession {
-    platform::Mutex* mutex = nullptr;
-    const AVCodec* codec = nullptr;
-    AVCodecContext* codecContext = nullptr;
-    AVFrame* frame = nullptr;
-    void* filterBuffer = nullptr;
-    uint8_t* filterImage = nullptr;
-    SwsContext* swsContext = nullptr;
-    // Read without the lock by the codec-change test of every decompress call.
-    std::atomic<int32_t> codecId{0};
-    // Stored without the lock: a call in flight delivers through the old or the new one.
-    std::atomic<FrameCallback> frameCallback{nullptr};
-    bool needsInit = true;
+  platform::Mutex* mutex = nullptr;
+  const AVCodec* codec = nullptr;
+  AVCodecContext* codecContext = nullptr;
+  AVFrame* frame = nullptr;
+  void* filterBuffer = nullptr;
+  uint8_t* filterImage = nullptr;
+  SwsContext* swsContext = nullptr;
+  // Read without the lock by the codec-change test of every decompress call.
+  std::atomic<int32_t> codecId{0};
+  // Stored without the lock: a call in flight delivers through the old or the new one.
+  std::atomic<FrameCallback> frameCallback{nullptr};
+  bool needsInit = true;
 
-    // The packet handed to the decoder and the pictures it had waiting.
-    AVPacket* packet = nullptr;
-    compat::PictureQueue pending;
+  // The packet handed to the decoder and the pictures it had waiting.
+  AVPacket* packet = nullptr;
+  compat::PictureQueue pending;
 
-    // The picture shape swsContext was made for, and the rows converted aside
-    // so that the caller's last row is never written.
-    int swsWidth = 0;
-    int swsHeight = 0;
-    int swsFormat = -1;
-    uint8_t* scratchRows = nullptr;
-    int64_t scratchRowsBytes = 0;
+  // The picture shape swsContext was made for, and the rows converted aside
+  // so that the caller's last row is never written.
+  int swsWidth = 0;
+  int swsHeight = 0;
+  int swsFormat = -1;
+  uint8_t* scratchRows = nullptr;
+  int64_t scratchRowsBytes = 0;
 
-    // The shape the filter scratch pair was made for.
-    int filterWidth = 0;
-    int filterHeight = 0;
-    int32_t filterMode = 0;
+  // The shape the filter scratch pair was made for.
+  int filterWidth = 0;
+  int filterHeight = 0;
+  int32_t filterMode = 0;
 };
 
 // Holds a lock for a scope. A null mutex is a no-op, as the platform's is.
 class ScopedLock {
-public:
-    explicit ScopedLock(platform::Mutex* mutex) : mutex_(mutex) { platform::WaitMutex(mutex_); }
-    ~ScopedLock() { platform::ReleaseMutex(mutex_); }
-    ScopedLock(const ScopedLock&) = delete;
-    ScopedLock& operator=(const ScopedLock&) = delete;
+ public:
+  explicit ScopedLock(platform::Mutex* mutex) : mutex_(mutex) { platform::WaitMutex(mutex_); }
+  ~ScopedLock() { platform::ReleaseMutex(mutex_); }
+  ScopedLock(const ScopedLock&) = delete;
+  ScopedLock& operator=(const ScopedLock&) = delete;
 
-private:
-    platform::Mutex* mutex_;
+ private:
+  platform::Mutex* mutex_;
 };
 
 platform::Mutex* InitMutex();

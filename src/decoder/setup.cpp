@@ -16,48 +16,52 @@ std::atomic<uint32_t> g_decoderOptions{0};
 constexpr uint32_t kOptionHardwareDecoder = 2;
 
 const char* SelectDecoderName(int32_t codecId) {
-    const bool hardware = (g_decoderOptions.load(std::memory_order_relaxed) & kOptionHardwareDecoder) != 0;
-    switch (codecId) {
-        case CodecH264: return hardware ? "h264_cuvid" : "h264";
-        case CodecHevc: return hardware ? "hevc_cuvid" : "hevc";
-        default: return "";
-    }
+  const bool hardware =
+      (g_decoderOptions.load(std::memory_order_relaxed) & kOptionHardwareDecoder) != 0;
+  switch (codecId) {
+    case CodecH264:
+      return hardware ? "h264_cuvid" : "h264";
+    case CodecHevc:
+      return hardware ? "hevc_cuvid" : "hevc";
+    default:
+      return "";
+  }
 }
 
 void Configure(AVCodecContext* context) {
-    // FFmpeg picks the thread count; slice threads only, which add no delay
-    // between a packet and its picture.
-    context->thread_count = 0;
-    context->thread_type = FF_THREAD_SLICE;
-    // Damaged pictures are still shown, as is everything before the first key
-    // frame: a live stream joined midway shows something at once.
-    context->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
-    context->flags2 |= AV_CODEC_FLAG2_FAST | AV_CODEC_FLAG2_SHOW_ALL;
+  // FFmpeg picks the thread count; slice threads only, which add no delay
+  // between a packet and its picture.
+  context->thread_count = 0;
+  context->thread_type = FF_THREAD_SLICE;
+  // Damaged pictures are still shown, as is everything before the first key
+  // frame: a live stream joined midway shows something at once.
+  context->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
+  context->flags2 |= AV_CODEC_FLAG2_FAST | AV_CODEC_FLAG2_SHOW_ALL;
 }
 
 }  // namespace
 
 int32_t SetUpDecoder(CodecSession& session, int32_t codecId) {
-    ScopedLock initLock(InitMutex());
-    session.codecId.store(codecId, std::memory_order_relaxed);
+  ScopedLock initLock(InitMutex());
+  session.codecId.store(codecId, std::memory_order_relaxed);
 
-    session.codec = avcodec_find_decoder_by_name(SelectDecoderName(codecId));
-    if (!session.codec) return ResultDecoderUnavailable;
-    // The old decoder goes with everything it produced: its waiting pictures
-    // and the packet it was fed through.
-    ReleaseDecoderObjects(session);
-    session.codecContext = avcodec_alloc_context3(session.codec);
-    if (!session.codecContext) return ResultDecoderUnavailable;
-    Configure(session.codecContext);
-    if (avcodec_open2(session.codecContext, session.codec, nullptr) < 0)
-        return ResultDecoderUnavailable;
+  session.codec = avcodec_find_decoder_by_name(SelectDecoderName(codecId));
+  if (!session.codec) return ResultDecoderUnavailable;
+  // The old decoder goes with everything it produced: its waiting pictures
+  // and the packet it was fed through.
+  ReleaseDecoderObjects(session);
+  session.codecContext = avcodec_alloc_context3(session.codec);
+  if (!session.codecContext) return ResultDecoderUnavailable;
+  Configure(session.codecContext);
+  if (avcodec_open2(session.codecContext, session.codec, nullptr) < 0)
+    return ResultDecoderUnavailable;
 
-    ReleaseConversion(session);
-    ReleaseFilterScratch(session);
-    session.frame = av_frame_alloc();
-    session.packet = compat::AllocPacket();
-    if (!session.frame || !session.packet) return ResultNoResource;
-    return 0;
+  ReleaseConversion(session);
+  ReleaseFilterScratch(session);
+  session.frame = av_frame_alloc();
+  session.packet = compat::AllocPacket();
+  if (!session.frame || !session.packet) return ResultNoResource;
+  return 0;
 }
 
 }  // namespace corvane::decoder

@@ -2,8 +2,6 @@
 
 namespace corvane::H264PARSER {
 
-void Raise(const char* message) {
-    throw new cException(message);
-}
+void Raise(const char* message) { throw new cException(message); }
 
 }  // namespace corvane::H264PARSER

@@ -8,12 +8,12 @@
 namespace corvane::H264PARSER {
 
 class cException {
-public:
-    explicit cException(const char* message) : message(message) {}
-    const std::string& Message() const { return message; }
+ public:
+  explicit cException(const char* message) : message(message) {}
+  const std::string& Message() const { return message; }
 
-private:
-    std::string message;
+ private:
+  std::string message;
 };
 
 // Throws a new cException carrying `message`.

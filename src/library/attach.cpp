@@ -13,18 +13,18 @@ namespace {
 platform::Mutex* g_logMutex = nullptr;
 
 __attribute__((constructor)) void AttachProcess() {
-    decoder::CreateInitMutex();
-    render::CreateInitMutex();
-    g_logMutex = platform::CreateMutex("LogMutex");
-    render::CreateDirect3D();
+  decoder::CreateInitMutex();
+  render::CreateInitMutex();
+  g_logMutex = platform::CreateMutex("LogMutex");
+  render::CreateDirect3D();
 }
 
 __attribute__((destructor)) void DetachProcess() {
-    decoder::CloseInitMutex();
-    render::CloseInitMutex();
-    platform::CloseMutex(g_logMutex);
-    g_logMutex = nullptr;
-    render::ReleaseDirect3D();
+  decoder::CloseInitMutex();
+  render::CloseInitMutex();
+  platform::CloseMutex(g_logMutex);
+  g_logMutex = nullptr;
+  render::ReleaseDirect3D();
 }
 
 }  // namespace

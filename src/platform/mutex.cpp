@@ -30,7 +30,8 @@ struct SharedBlock {
   std::atomic<uint32_t> ready;
   pthread_mutex_t lock;
 };
-static_assert(std::atomic<uint32_t>::is_always_lock_free, "the ready word is shared between processes");
+static_assert(std::atomic<uint32_t>::is_always_lock_free,
+              "the ready word is shared between processes");
 
 constexpr size_t kMaxName = 240;  // the object name must fit NAME_MAX with its prefix
 
@@ -39,9 +40,9 @@ constexpr size_t kMaxName = 240;  // the object name must fit NAME_MAX with its 
 struct Mutex {
   pthread_mutex_t* lock = nullptr;  // &own, or the lock inside `block`
   pthread_mutex_t own;
-  SharedBlock* block = nullptr;     // named only: the mapping
-  int handles = 0;                  // named only: open handles in this process
-  Mutex* next = nullptr;            // named only: the process's list of names
+  SharedBlock* block = nullptr;  // named only: the mapping
+  int handles = 0;               // named only: open handles in this process
+  Mutex* next = nullptr;         // named only: the process's list of names
   char name[kMaxName + 1] = {};
 };
 
@@ -71,7 +72,8 @@ bool InitLock(pthread_mutex_t* lock, bool shared) {
 // waits for it forever. Nobody touches the pthread lock before it is ready.
 SharedBlock* MapShared(const char* name) {
   char objectName[kMaxName + 64];
-  std::snprintf(objectName, sizeof objectName, "/corvane.%u.%s", static_cast<unsigned>(getuid()), name);
+  std::snprintf(objectName, sizeof objectName, "/corvane.%u.%s", static_cast<unsigned>(getuid()),
+                name);
   const int fd = shm_open(objectName, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0) return nullptr;
   int locked;
@@ -80,7 +82,8 @@ SharedBlock* MapShared(const char* name) {
   SharedBlock* block = nullptr;
   struct stat st;
   if (locked == 0 && fstat(fd, &st) == 0 &&
-      (st.st_size >= static_cast<off_t>(sizeof(SharedBlock)) || ftruncate(fd, sizeof(SharedBlock)) == 0)) {
+      (st.st_size >= static_cast<off_t>(sizeof(SharedBlock)) ||
+       ftruncate(fd, sizeof(SharedBlock)) == 0)) {
     void* p = mmap(nullptr, sizeof(SharedBlock), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (p != MAP_FAILED) {
       block = static_cast<SharedBlock*>(p);
@@ -108,7 +111,8 @@ Mutex* OpenNamed(const char* name) {
   while (m != nullptr && std::strcmp(m->name, name) != 0) m = m->next;
   if (m == nullptr) {
     SharedBlock* block = MapShared(name);
-    if (block != nullptr && (m = new (std::nothrow) Mutex) == nullptr) munmap(block, sizeof(SharedBlock));
+    if (block != nullptr && (m = new (std::nothrow) Mutex) == nullptr)
+      munmap(block, sizeof(SharedBlock));
     if (m != nullptr) {
       m->block = block;
       m->lock = &block->lock;

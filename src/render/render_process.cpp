@@ -14,23 +14,23 @@ constexpr uint32_t kSdkVersion = 32;
 void CreateInitMutex() { g_renderInitMutex = platform::CreateMutex("RenderInitMutex"); }
 
 void CloseInitMutex() {
-    platform::CloseMutex(g_renderInitMutex);
-    g_renderInitMutex = nullptr;
+  platform::CloseMutex(g_renderInitMutex);
+  g_renderInitMutex = nullptr;
 }
 
 // Cheap: the display connection opens with the first device.
 void CreateDirect3D() { g_direct3d = Direct3DCreate9(kSdkVersion); }
 
 void ReleaseDirect3D() {
-    if (g_direct3d != nullptr) g_direct3d->Release();
-    g_direct3d = nullptr;
+  if (g_direct3d != nullptr) g_direct3d->Release();
+  g_direct3d = nullptr;
 }
 
 RenderProcess ProcessObjects() {
-    RenderProcess process;
-    process.direct3d = g_direct3d;
-    process.renderInitMutex = g_renderInitMutex;
-    return process;
+  RenderProcess process;
+  process.direct3d = g_direct3d;
+  process.renderInitMutex = g_renderInitMutex;
+  return process;
 }
 
 }  // namespace corvane::render

@@ -21,56 +21,57 @@ struct SwsContext;
 namespace corvane::render {
 
 enum RenderMode : int32_t {
-    RenderModeIdle = 0,     // new, timer failed, or a tick stopped presenting: direct path
-    RenderModeQueued = 1,   // the timer runs and has ticked: queued path
-    RenderModeRebuild = 2,  // rebuild or close going on; lasting state at rate 0: direct path
-    RenderModeArmed = 3,    // the timer was started and has not ticked yet: queued path
+  RenderModeIdle = 0,     // new, timer failed, or a tick stopped presenting: direct path
+  RenderModeQueued = 1,   // the timer runs and has ticked: queued path
+  RenderModeRebuild = 2,  // rebuild or close going on; lasting state at rate 0: direct path
+  RenderModeArmed = 3,    // the timer was started and has not ticked yet: queued path
 };
 
 // One link of a circular doubly linked list whose head carries no surface.
 // A node owns one reference to its surface.
 struct SurfaceNode {
-    SurfaceNode* next = nullptr;
-    SurfaceNode* previous = nullptr;
-    IDirect3DSurface9* surface = nullptr;
+  SurfaceNode* next = nullptr;
+  SurfaceNode* previous = nullptr;
+  IDirect3DSurface9* surface = nullptr;
 };
 
 // What a session borrows from the process: the shared display object, the
 // mutex that keeps device creation one at a time, and the timer facility
 // (the platform's own, or a test's).
 struct RenderProcess {
-    IDirect3D9* direct3d = nullptr;
-    platform::Mutex* renderInitMutex = nullptr;
-    platform::Timer* (*createTimer)(platform::TimerCallback callback, void* context,
-                                    uint32_t dueMs, uint32_t periodMs) = platform::CreateTimer;
-    void (*deleteTimer)(platform::Timer* timer) = platform::DeleteTimer;
+  IDirect3D9* direct3d = nullptr;
+  platform::Mutex* renderInitMutex = nullptr;
+  platform::Timer* (*createTimer)(platform::TimerCallback callback, void* context, uint32_t dueMs,
+                                  uint32_t periodMs) = platform::CreateTimer;
+  void (*deleteTimer)(platform::Timer* timer) = platform::DeleteTimer;
 };
 
 // The caller's thread and the tick both write `mode`, `rebuildPending` and
 // `device`, and the frame path reads `displayCount` without its lock: those
 // are atomics. Everything else belongs to the caller's thread or to a lock.
 struct RenderSession {
-    SwsContext* scaler = nullptr;
-    SurfaceNode* freeSurfaces = nullptr;
-    std::atomic<uint64_t> freeCount{0};
-    SurfaceNode* displaySurfaces = nullptr;
-    std::atomic<uint64_t> displayCount{0};
-    platform::Timer* presentTimer = nullptr;  // guarded by timerMutex
-    platform::Mutex* freeMutex = nullptr;     // "RenderFreeMutex"
-    platform::Mutex* displayMutex = nullptr;  // "RenderDisplauMutex"
-    platform::Mutex* deviceMutex = nullptr;   // "RenderDeviceMutex"
-    platform::Mutex* tickMutex = nullptr;     // "RenderMutex"
-    platform::Mutex* timerMutex = nullptr;    // "TimerMutex"
-    std::atomic<int32_t> mode{RenderModeIdle};
-    std::atomic<IDirect3DDevice9*> device{nullptr};  // one reference owned; set/cleared under deviceMutex
-    int32_t framesPerSecond = 0;
-    WindowId window = 0;
-    int32_t surfaceLimit = 0;
-    RECT clientRect;
-    std::atomic<bool> rebuildPending{false};
-    int32_t frameWidth = 0;
-    int32_t frameHeight = 0;
-    RenderProcess process;
+  SwsContext* scaler = nullptr;
+  SurfaceNode* freeSurfaces = nullptr;
+  std::atomic<uint64_t> freeCount{0};
+  SurfaceNode* displaySurfaces = nullptr;
+  std::atomic<uint64_t> displayCount{0};
+  platform::Timer* presentTimer = nullptr;  // guarded by timerMutex
+  platform::Mutex* freeMutex = nullptr;     // "RenderFreeMutex"
+  platform::Mutex* displayMutex = nullptr;  // "RenderDisplauMutex"
+  platform::Mutex* deviceMutex = nullptr;   // "RenderDeviceMutex"
+  platform::Mutex* tickMutex = nullptr;     // "RenderMutex"
+  platform::Mutex* timerMutex = nullptr;    // "TimerMutex"
+  std::atomic<int32_t> mode{RenderModeIdle};
+  std::atomic<IDirect3DDevice9*> device{
+      nullptr};  // one reference owned; set/cleared under deviceMutex
+  int32_t framesPerSecond = 0;
+  WindowId window = 0;
+  int32_t surfaceLimit = 0;
+  RECT clientRect;
+  std::atomic<bool> rebuildPending{false};
+  int32_t frameWidth = 0;
+  int32_t frameHeight = 0;
+  RenderProcess process;
 };
 
 // --- session and lists (render_session.cpp) ---
@@ -95,8 +96,8 @@ void StopPresentation(RenderSession* session);
 
 // One BGR24 frame, `width` × 3 bytes a row, top row first. Always 0: a
 // dropped frame and a failed device are no error of the caller's.
-int32_t SubmitFrame(RenderSession* session, WindowId window, const uint8_t* pixels,
-                    int32_t width, int32_t height);
+int32_t SubmitFrame(RenderSession* session, WindowId window, const uint8_t* pixels, int32_t width,
+                    int32_t height);
 bool NeedsRebuild(RenderSession* session, WindowId window, int32_t width, int32_t height);
 HResult RebuildDevice(RenderSession* session, WindowId window, int32_t width, int32_t height);
 // Gives up the device and asks the next frame to rebuild.

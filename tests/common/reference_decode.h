@@ -12,9 +12,9 @@ struct AVCodecContext;
 namespace corvane::test {
 
 struct Picture {
-    int width = 0;
-    int height = 0;
-    std::vector<uint8_t> bgr;  // width * 3 bytes a row, no padding
+  int width = 0;
+  int height = 0;
+  std::vector<uint8_t> bgr;  // width * 3 bytes a row, no padding
 };
 
 // Decodes every packet with libavcodec (send/receive, single thread) and

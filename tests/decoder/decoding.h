@@ -15,20 +15,20 @@
 namespace corvane::test {
 
 struct StreamSpec {
-    const char* file;
-    int width;
-    int height;
-    int frames;
-    const char* args;
-    const char* source;
-    int codecId;
+  const char* file;
+  int width;
+  int height;
+  int frames;
+  const char* args;
+  const char* source;
+  int codecId;
 };
 
 // Streams without picture reordering: every packet gives its picture at once.
-extern const StreamSpec kBaseline176;   // H.264 baseline, CAVLC
-extern const StreamSpec kHigh320;       // H.264 high, CABAC, 4 slices a picture
-extern const StreamSpec kHevc176;       // H.265 main
-extern const StreamSpec kOdd175x143;    // H.264 high 4:4:4, odd width and height
+extern const StreamSpec kBaseline176;  // H.264 baseline, CAVLC
+extern const StreamSpec kHigh320;      // H.264 high, CABAC, 4 slices a picture
+extern const StreamSpec kHevc176;      // H.265 main
+extern const StreamSpec kOdd175x143;   // H.264 high 4:4:4, odd width and height
 
 inline void PrintTo(const StreamSpec& spec, std::ostream* os) { *os << spec.file; }
 std::vector<Packet> LoadPackets(const StreamSpec& spec);
@@ -44,8 +44,8 @@ std::vector<Picture> ExpectedPictures(const std::vector<Packet>& packets, int co
 // coordinates clamped to the picture.
 Picture Median3x3(const Picture& p);
 
-using DecompressFn = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*,
-                                 uint8_t*, int32_t);
+using DecompressFn = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*, uint8_t*,
+                                 int32_t);
 DecompressFn DecompressFor(int codecId);
 int32_t Feed(CodecHandle session, int codecId, const Packet& packet, BITMAPINFOHEADER* header,
              uint8_t* out, int32_t outSize);
@@ -60,10 +60,10 @@ BITMAPINFOHEADER Untouched(uint8_t fill);
 BITMAPINFOHEADER SizeHeader(int width, int height);
 
 struct Delivered {
-    std::vector<Picture> pictures;
-    std::vector<int32_t> results;
-    int lastRowOverwritten = 0;  // pictures whose last row lost the caller's bytes
-    int badHeaders = 0;          // calls whose header isn't the picture's or untouched
+  std::vector<Picture> pictures;
+  std::vector<int32_t> results;
+  int lastRowOverwritten = 0;  // pictures whose last row lost the caller's bytes
+  int badHeaders = 0;          // calls whose header isn't the picture's or untouched
 };
 
 // Feeds every packet with a buffer of exactly one picture, freshly patterned

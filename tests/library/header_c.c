@@ -4,9 +4,7 @@
 #include <stddef.h>
 
 int CorvaneHeaderRecordSizeC(void) {
-    return (int)(sizeof(BITMAPINFOHEADER) + sizeof(CodecFrameRecord));
+  return (int)(sizeof(BITMAPINFOHEADER) + sizeof(CodecFrameRecord));
 }
 
-int CorvaneHeaderPixelsOffsetC(void) {
-    return (int)offsetof(CodecFrameRecord, pixels);
-}
+int CorvaneHeaderPixelsOffsetC(void) { return (int)offsetof(CodecFrameRecord, pixels); }

@@ -35,7 +35,9 @@ struct ScopedName {
 struct Pipe {
   Pipe() { EXPECT_EQ(pipe(fd), 0); }
   ~Pipe() { CloseWrite(), close(fd[0]); }
-  void CloseWrite() { if (fd[1] >= 0) close(fd[1]), fd[1] = -1; }
+  void CloseWrite() {
+    if (fd[1] >= 0) close(fd[1]), fd[1] = -1;
+  }
   int fd[2] = {-1, -1};
 };
 
@@ -127,7 +129,8 @@ TEST_P(MutexKinds, IsRecursiveAndExcludesOtherThreads) {
   if (kind.leftover > -2) {
     const int fd = shm_open(name.Object().c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
     ASSERT_GE(fd, 0);
-    const std::vector<unsigned char> bytes(kind.leftover < 0 ? 0 : 4096, static_cast<unsigned char>(kind.leftover));
+    const std::vector<unsigned char> bytes(kind.leftover < 0 ? 0 : 4096,
+                                           static_cast<unsigned char>(kind.leftover));
     ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     close(fd);
   }
@@ -138,11 +141,11 @@ TEST_P(MutexKinds, IsRecursiveAndExcludesOtherThreads) {
   CloseMutex(mutex);
 }
 
-INSTANTIATE_TEST_SUITE_P(Platform, MutexKinds,
-                         ::testing::Values(Kind{"private", nullptr, -2}, Kind{"empty name: private", "", -2},
-                                           Kind{"named", "x", -2}, Kind{"over an empty object", "x", -1},
-                                           Kind{"over a zeroed object", "x", 0},
-                                           Kind{"over garbage", "x", 0xA5}));
+INSTANTIATE_TEST_SUITE_P(
+    Platform, MutexKinds,
+    ::testing::Values(Kind{"private", nullptr, -2}, Kind{"empty name: private", "", -2},
+                      Kind{"named", "x", -2}, Kind{"over an empty object", "x", -1},
+                      Kind{"over a zeroed object", "x", 0}, Kind{"over garbage", "x", 0xA5}));
 
 TEST(MutexInput, NullHandleAndUnusableNames) {
   WaitMutex(nullptr);
@@ -156,7 +159,8 @@ TEST(NamedMutex, OneNameIsOneMutexForEveryHandleAndProcess) {
   ScopedName name("shared"), other("unrelated");
   Pipe start, report;
   const pid_t child =
-      Child([&] { return Take(other.c_str(), report, 'o')() + Take(name.c_str(), report, 't')(); }, &start);
+      Child([&] { return Take(other.c_str(), report, 'o')() + Take(name.c_str(), report, 't')(); },
+            &start);
   ASSERT_GT(child, 0);
   Mutex* a = CreateMutex(name.c_str());
   Mutex* b = CreateMutex(name.c_str());
@@ -182,28 +186,31 @@ TEST(NamedMutex, OneNameIsOneMutexForEveryHandleAndProcess) {
 TEST(NamedMutexAcrossProcesses, ManyCreatorsAtOnceShareOneWorkingMutex) {
   constexpr int kChildren = 6, kIncrements = 300;
   ScopedName name("creators");
-  void* map = mmap(nullptr, sizeof(int64_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  void* map =
+      mmap(nullptr, sizeof(int64_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(map, MAP_FAILED);
   volatile int64_t* counter = static_cast<int64_t*>(map);
   Pipe start;  // closing it starts every child at once
   std::vector<pid_t> children;
   for (int i = 0; i < kChildren; ++i) {
-    children.push_back(Child([&] {
-      Mutex* mutex = CreateMutex(name.c_str());
-      if (mutex == nullptr) return 10;
-      // A read-yield-write increment loses counts unless the mutex excludes.
-      for (int k = 0; k < kIncrements; ++k) {
-        WaitMutex(mutex);
-        WaitMutex(mutex);
-        const int64_t value = *counter;
-        sched_yield();
-        *counter = value + 1;
-        ReleaseMutex(mutex);
-        ReleaseMutex(mutex);
-      }
-      CloseMutex(mutex);
-      return 0;
-    }, &start));
+    children.push_back(Child(
+        [&] {
+          Mutex* mutex = CreateMutex(name.c_str());
+          if (mutex == nullptr) return 10;
+          // A read-yield-write increment loses counts unless the mutex excludes.
+          for (int k = 0; k < kIncrements; ++k) {
+            WaitMutex(mutex);
+            WaitMutex(mutex);
+            const int64_t value = *counter;
+            sched_yield();
+            *counter = value + 1;
+            ReleaseMutex(mutex);
+            ReleaseMutex(mutex);
+          }
+          CloseMutex(mutex);
+          return 0;
+        },
+        &start));
     ASSERT_GT(children.back(), 0);
   }
   start.CloseWrite();

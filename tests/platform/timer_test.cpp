@@ -101,7 +101,8 @@ TEST(Timer, KeepsItsPhase) {
   // that slept a whole period after each call would never begin a call less
   // than a period after the previous one ended.
   int shortWaits = 0;
-  for (int k = 0; k + 1 < kTicks; ++k) shortWaits += ticks.begins[k + 1] - ticks.ends[k] < milliseconds(kPeriod);
+  for (int k = 0; k + 1 < kTicks; ++k)
+    shortWaits += ticks.begins[k + 1] - ticks.ends[k] < milliseconds(kPeriod);
   EXPECT_GT(shortWaits, 0);
 }
 

@@ -17,15 +17,15 @@ thread_local DecodeClient* t_feeding = nullptr;
 constexpr uint32_t kUntouched = 0xA5A5A5A5u;
 
 size_t PictureBytes(int width, int height) {
-    return width > 0 && height > 0 ? static_cast<size_t>(width) * height * 3 : 0;
+  return width > 0 && height > 0 ? static_cast<size_t>(width) * height * 3 : 0;
 }
 
 // The library leaves the bottom row of a picture unwritten; repeating the row
 // above it keeps stale bytes out of the files.
 void RepeatRowAboveLast(uint8_t* bgr, int width, int height) {
-    if (height < 2) return;
-    const size_t row = static_cast<size_t>(width) * 3;
-    std::memcpy(bgr + row * (height - 1), bgr + row * (height - 2), row);
+  if (height < 2) return;
+  const size_t row = static_cast<size_t>(width) * 3;
+  std::memcpy(bgr + row * (height - 1), bgr + row * (height - 2), row);
 }
 
 }  // namespace
@@ -35,68 +35,68 @@ DecodeClient::DecodeClient(Codec codec, bool median, bool callbackOnly)
                   : median             ? H264CodecDecompressMedian
                                        : H264CodecDecompress),
       callbackOnly_(callbackOnly) {
-    if (median && codec != Codec::H264)
-        throw std::runtime_error("the median clean-up is for H.264 streams only");
-    session_ = H264CodecOpen();
-    if (!session_) throw std::runtime_error("the library gave no decoder session");
-    // A picture that doesn't fit the buffer comes through the callback instead of
-    // being dropped; the buffer then grows to the picture's size.
-    if (H264CodecSetCallback(session_, &DecodeClient::OnFrame) != 0) {
-        H264CodecClose(session_);
-        throw std::runtime_error("the library refused the frame callback");
-    }
+  if (median && codec != Codec::H264)
+    throw std::runtime_error("the median clean-up is for H.264 streams only");
+  session_ = H264CodecOpen();
+  if (!session_) throw std::runtime_error("the library gave no decoder session");
+  // A picture that doesn't fit the buffer comes through the callback instead of
+  // being dropped; the buffer then grows to the picture's size.
+  if (H264CodecSetCallback(session_, &DecodeClient::OnFrame) != 0) {
+    H264CodecClose(session_);
+    throw std::runtime_error("the library refused the frame callback");
+  }
 }
 
 DecodeClient::~DecodeClient() { H264CodecClose(session_); }
 
 void DecodeClient::OnFrame(const CodecFrameRecord* record) {
-    DecodeClient* self = t_feeding;
-    if (!self || !record || record->session != self->session_ || !record->pixels) return;
-    const size_t bytes = PictureBytes(record->width, record->height);
-    if (bytes == 0 || record->size < 0 || static_cast<size_t>(record->size) < bytes) return;
-    self->overflow_.assign(record->pixels, record->pixels + bytes);
-    self->overflowWidth_ = record->width;
-    self->overflowHeight_ = record->height;
-    self->overflowReady_ = true;
+  DecodeClient* self = t_feeding;
+  if (!self || !record || record->session != self->session_ || !record->pixels) return;
+  const size_t bytes = PictureBytes(record->width, record->height);
+  if (bytes == 0 || record->size < 0 || static_cast<size_t>(record->size) < bytes) return;
+  self->overflow_.assign(record->pixels, record->pixels + bytes);
+  self->overflowWidth_ = record->width;
+  self->overflowHeight_ = record->height;
+  self->overflowReady_ = true;
 }
 
 void DecodeClient::Grow(size_t bytes) {
-    if (bytes > buffer_.size()) buffer_.resize(bytes);
+  if (bytes > buffer_.size()) buffer_.resize(bytes);
 }
 
 int DecodeClient::Feed(const uint8_t* data, int size, DecodedPicture& picture) {
-    BITMAPINFOHEADER header{};
-    header.biCompression = header.biClrUsed = header.biClrImportant = kUntouched;
-    overflowReady_ = false;
-    const int32_t outSize = callbackOnly_ ? 0 : static_cast<int32_t>(buffer_.size());
-    t_feeding = this;
-    const int rc = decompress_(session_, data, size, &header, buffer_.data(), outSize);
-    t_feeding = nullptr;
-    ++results_[rc];
+  BITMAPINFOHEADER header{};
+  header.biCompression = header.biClrUsed = header.biClrImportant = kUntouched;
+  overflowReady_ = false;
+  const int32_t outSize = callbackOnly_ ? 0 : static_cast<int32_t>(buffer_.size());
+  t_feeding = this;
+  const int rc = decompress_(session_, data, size, &header, buffer_.data(), outSize);
+  t_feeding = nullptr;
+  ++results_[rc];
 
-    picture = {};
-    uint8_t* pixels = nullptr;
-    if (overflowReady_) {
-        picture.width = overflowWidth_;
-        picture.height = overflowHeight_;
-        pixels = overflow_.data();
-        if (!callbackOnly_) Grow(overflow_.size());
-    } else if (rc == 0 && header.biSize == 40 && header.biCompression == kUntouched) {
-        picture.width = header.biWidth;
-        picture.height = header.biHeight;
-        pixels = buffer_.data();
-        const size_t bytes = PictureBytes(picture.width, picture.height);
-        if (bytes == 0 || bytes > static_cast<size_t>(outSize))
-            throw std::runtime_error("the library reported a picture that its buffer can't hold");
-    } else if (rc == 0 && header.biSize == 40 && !callbackOnly_) {
-        // The stream's size, told before its first picture: size the buffer now.
-        Grow(PictureBytes(header.biWidth, header.biHeight));
-    }
-    if (pixels) {
-        RepeatRowAboveLast(pixels, picture.width, picture.height);
-        picture.bgr = pixels;
-    }
-    return rc;
+  picture = {};
+  uint8_t* pixels = nullptr;
+  if (overflowReady_) {
+    picture.width = overflowWidth_;
+    picture.height = overflowHeight_;
+    pixels = overflow_.data();
+    if (!callbackOnly_) Grow(overflow_.size());
+  } else if (rc == 0 && header.biSize == 40 && header.biCompression == kUntouched) {
+    picture.width = header.biWidth;
+    picture.height = header.biHeight;
+    pixels = buffer_.data();
+    const size_t bytes = PictureBytes(picture.width, picture.height);
+    if (bytes == 0 || bytes > static_cast<size_t>(outSize))
+      throw std::runtime_error("the library reported a picture that its buffer can't hold");
+  } else if (rc == 0 && header.biSize == 40 && !callbackOnly_) {
+    // The stream's size, told before its first picture: size the buffer now.
+    Grow(PictureBytes(header.biWidth, header.biHeight));
+  }
+  if (pixels) {
+    RepeatRowAboveLast(pixels, picture.width, picture.height);
+    picture.bgr = pixels;
+  }
+  return rc;
 }
 
 }  // namespace corvane::tools

@@ -31,72 +31,72 @@ const char* const kUsage =
 namespace {
 
 long ParseCount(const std::string& option, const std::string& text) {
-    errno = 0;
-    char* end = nullptr;
-    const long value = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || errno != 0 || value < 1)
-        throw UsageError(option + " wants a whole number of at least 1, not '" + text + "'");
-    return value;
+  errno = 0;
+  char* end = nullptr;
+  const long value = std::strtol(text.c_str(), &end, 10);
+  if (text.empty() || *end != '\0' || errno != 0 || value < 1)
+    throw UsageError(option + " wants a whole number of at least 1, not '" + text + "'");
+  return value;
 }
 
 }  // namespace
 
 Options ParseOptions(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        std::string arg = argv[i];
-        std::optional<std::string> inlineValue;
-        if (arg.rfind("--", 0) == 0) {
-            if (const auto eq = arg.find('='); eq != std::string::npos) {
-                inlineValue = arg.substr(eq + 1);
-                arg.resize(eq);
-            }
-        }
-        auto value = [&]() -> std::string {
-            if (inlineValue) return *inlineValue;
-            if (i + 1 >= argc) throw UsageError(arg + " wants a value");
-            return argv[++i];
-        };
-        auto flag = [&](bool& target) {
-            if (inlineValue) throw UsageError(arg + " takes no value");
-            target = true;
-        };
-        if (arg == "--help" || arg == "-h") {
-            options.help = true;
-        } else if (arg == "--out") {
-            options.outDir = value();
-        } else if (arg == "--every") {
-            options.every = ParseCount(arg, value());
-        } else if (arg == "--max") {
-            options.max = ParseCount(arg, value());
-        } else if (arg == "--format") {
-            const std::string name = value();
-            const auto format = ParsePictureFormat(name);
-            if (!format) throw UsageError("unknown picture format '" + name + "' (bmp, png, raw)");
-            options.format = *format;
-        } else if (arg == "--codec") {
-            const std::string name = value();
-            options.codec = ParseCodec(name);
-            if (!options.codec) throw UsageError("unknown codec '" + name + "' (h264, h265)");
-        } else if (arg == "--median") {
-            flag(options.median);
-        } else if (arg == "--callback") {
-            flag(options.callback);
-        } else if (arg == "--quiet" || arg == "-q") {
-            flag(options.quiet);
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            throw UsageError("unknown option " + arg);
-        } else if (options.input.empty()) {
-            options.input = arg;
-        } else {
-            throw UsageError("one input file only ('" + options.input + "' and '" + arg + "')");
-        }
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    std::optional<std::string> inlineValue;
+    if (arg.rfind("--", 0) == 0) {
+      if (const auto eq = arg.find('='); eq != std::string::npos) {
+        inlineValue = arg.substr(eq + 1);
+        arg.resize(eq);
+      }
     }
-    if (options.help) return options;
-    if (options.input.empty()) throw UsageError("no input file");
-    if (options.median && options.codec == Codec::H265)
-        throw UsageError("--median works on H.264 streams only");
-    return options;
+    auto value = [&]() -> std::string {
+      if (inlineValue) return *inlineValue;
+      if (i + 1 >= argc) throw UsageError(arg + " wants a value");
+      return argv[++i];
+    };
+    auto flag = [&](bool& target) {
+      if (inlineValue) throw UsageError(arg + " takes no value");
+      target = true;
+    };
+    if (arg == "--help" || arg == "-h") {
+      options.help = true;
+    } else if (arg == "--out") {
+      options.outDir = value();
+    } else if (arg == "--every") {
+      options.every = ParseCount(arg, value());
+    } else if (arg == "--max") {
+      options.max = ParseCount(arg, value());
+    } else if (arg == "--format") {
+      const std::string name = value();
+      const auto format = ParsePictureFormat(name);
+      if (!format) throw UsageError("unknown picture format '" + name + "' (bmp, png, raw)");
+      options.format = *format;
+    } else if (arg == "--codec") {
+      const std::string name = value();
+      options.codec = ParseCodec(name);
+      if (!options.codec) throw UsageError("unknown codec '" + name + "' (h264, h265)");
+    } else if (arg == "--median") {
+      flag(options.median);
+    } else if (arg == "--callback") {
+      flag(options.callback);
+    } else if (arg == "--quiet" || arg == "-q") {
+      flag(options.quiet);
+    } else if (arg.size() > 1 && arg[0] == '-') {
+      throw UsageError("unknown option " + arg);
+    } else if (options.input.empty()) {
+      options.input = arg;
+    } else {
+      throw UsageError("one input file only ('" + options.input + "' and '" + arg + "')");
+    }
+  }
+  if (options.help) return options;
+  if (options.input.empty()) throw UsageError("no input file");
+  if (options.median && options.codec == Codec::H265)
+    throw UsageError("--median works on H.264 streams only");
+  return options;
 }
 
 }  // namespace corvane::tools

@@ -11,22 +11,22 @@
 namespace corvane::tools {
 
 struct Options {
-    std::string input;
-    std::optional<std::string> outDir;  // --out: write pictures here
-    long every = 1;                     // --every: write every Nth picture
-    PictureFormat format = PictureFormat::Png;
-    std::optional<Codec> codec;  // --codec: overrides the file's name or container
-    bool median = false;         // --median
-    bool callback = false;       // --callback: every picture through the frame callback
-    long max = 0;                // --max: stop after this many pictures; 0 = all
-    bool quiet = false;
-    bool help = false;
+  std::string input;
+  std::optional<std::string> outDir;  // --out: write pictures here
+  long every = 1;                     // --every: write every Nth picture
+  PictureFormat format = PictureFormat::Png;
+  std::optional<Codec> codec;  // --codec: overrides the file's name or container
+  bool median = false;         // --median
+  bool callback = false;       // --callback: every picture through the frame callback
+  long max = 0;                // --max: stop after this many pictures; 0 = all
+  bool quiet = false;
+  bool help = false;
 };
 
 // A command line that can't be run; the message says why.
 class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 Options ParseOptions(int argc, char** argv);

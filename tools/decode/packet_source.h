@@ -17,26 +17,26 @@ std::optional<Codec> ParseCodec(const std::string& name);
 
 // One access unit. Valid until the next call of Next or the source's end.
 struct PacketView {
-    const uint8_t* data = nullptr;
-    int size = 0;
+  const uint8_t* data = nullptr;
+  int size = 0;
 };
 
 class PacketSource {
-public:
-    virtual ~PacketSource() = default;
-    // The next access unit, or false at the end of the stream. Throws
-    // std::runtime_error when the file can't be read further.
-    virtual bool Next(PacketView& packet) = 0;
-    Codec codec() const { return codec_; }
-    // How the file is read, for the summary: "raw Annex B", "mp4 container"...
-    const std::string& kind() const { return kind_; }
+ public:
+  virtual ~PacketSource() = default;
+  // The next access unit, or false at the end of the stream. Throws
+  // std::runtime_error when the file can't be read further.
+  virtual bool Next(PacketView& packet) = 0;
+  Codec codec() const { return codec_; }
+  // How the file is read, for the summary: "raw Annex B", "mp4 container"...
+  const std::string& kind() const { return kind_; }
 
-protected:
-    PacketSource(Codec codec, std::string kind) : codec_(codec), kind_(std::move(kind)) {}
+ protected:
+  PacketSource(Codec codec, std::string kind) : codec_(codec), kind_(std::move(kind)) {}
 
-private:
-    Codec codec_;
-    std::string kind_;
+ private:
+  Codec codec_;
+  std::string kind_;
 };
 
 // Opens `path`. Files named .h264/.264/.h265/.265/.hevc are raw Annex B, cut by

@@ -12,10 +12,10 @@ namespace {
 // Room for the back pointer plus the worst alignment gap.
 constexpr int32_t kOverhead = 72;
 
-constexpr DispatchRow<void(void*)> kFreeRow = {{
-    &FirstCallStub<&ownFreeAligned>::Run, &ownFreeAlignedDirect, &ownFreeAlignedDirect,
-    &ownFreeAlignedDirect, &ownFreeAlignedDirect, &ownFreeAlignedDirect, &ownFreeAlignedDirect,
-    nullptr}};
+constexpr DispatchRow<void(void*)> kFreeRow = {
+    {&FirstCallStub<&ownFreeAligned>::Run, &ownFreeAlignedDirect, &ownFreeAlignedDirect,
+     &ownFreeAlignedDirect, &ownFreeAlignedDirect, &ownFreeAlignedDirect, &ownFreeAlignedDirect,
+     nullptr}};
 
 }  // namespace
 

@@ -19,10 +19,10 @@ CORVANE_DECLARE_VARIANTS(void, ownCopyRows,
 // The block copies of the AVX2 and AVX-512 paths, which share one code.
 // ownCopyBlock: any length from 0, no overlap; returns dst.
 // ownCopyShort: a length below 32768, forward, no overlap.
-#define CORVANE_DECLARE_BLOCK_COPIES_(v)                                     \
-  namespace corvane::v {                                                     \
-  void* ownCopyBlock(const void* src, void* dst, int32_t length);            \
-  void ownCopyShort(const void* src, void* dst, int32_t length);             \
+#define CORVANE_DECLARE_BLOCK_COPIES_(v)                          \
+  namespace corvane::v {                                          \
+  void* ownCopyBlock(const void* src, void* dst, int32_t length); \
+  void ownCopyShort(const void* src, void* dst, int32_t length);  \
   }
 CORVANE_DECLARE_BLOCK_COPIES_(l9)
 CORVANE_DECLARE_BLOCK_COPIES_(k0)
@@ -32,16 +32,16 @@ namespace corvane::primitives {
 
 // Which way a copy went, for tests that aim at one road.
 enum CopyRoad : int32_t {
-  CopyRoadShort = 1,           // ownCopyShort
-  CopyRoadBlockStream,         // ownCopyBlock, non-temporal stores
-  CopyRoadBlockForward,        // ownCopyBlock, string moves
-  CopyRoadBlockBackward,       // ownCopyBlock, top down
-  CopyRoadRowsNarrow,          // rows below 512 bytes (l9, k0)
-  CopyRoadRowsForward,         // cached, first row first
-  CopyRoadRowsBackward,        // cached, last row first, each row from its end
-  CopyRoadRowsUnaligned,       // cached, each row with unaligned ends
-  CopyRoadRowsStream,          // non-temporal stores
-  CopyRoadRowsStreamUnaligned, // non-temporal stores after an unaligned head
+  CopyRoadShort = 1,            // ownCopyShort
+  CopyRoadBlockStream,          // ownCopyBlock, non-temporal stores
+  CopyRoadBlockForward,         // ownCopyBlock, string moves
+  CopyRoadBlockBackward,        // ownCopyBlock, top down
+  CopyRoadRowsNarrow,           // rows below 512 bytes (l9, k0)
+  CopyRoadRowsForward,          // cached, first row first
+  CopyRoadRowsBackward,         // cached, last row first, each row from its end
+  CopyRoadRowsUnaligned,        // cached, each row with unaligned ends
+  CopyRoadRowsStream,           // non-temporal stores
+  CopyRoadRowsStreamUnaligned,  // non-temporal stores after an unaligned head
 };
 
 // Called with each road taken when set; null in normal use.

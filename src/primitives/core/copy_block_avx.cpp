@@ -22,7 +22,8 @@ void Move32(const uint8_t* s, uint8_t* d) {
 }
 
 void Move16(const uint8_t* s, uint8_t* d) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
+                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
 }
 
 void Move64By16(const uint8_t* s, uint8_t* d) {
@@ -38,14 +39,45 @@ void Move64By16(const uint8_t* s, uint8_t* d) {
 
 // Below 256 bytes: one move for each set bit of the length, largest first.
 void CopyBits(const uint8_t* s, uint8_t* d, int32_t n) {
-  if (n & 128) { for (int k = 0; k < 128; k += 32) Move32(s + k, d + k); s += 128; d += 128; }
-  if (n & 64) { Move32(s, d); Move32(s + 32, d + 32); s += 64; d += 64; }
-  if (n & 32) { Move32(s, d); s += 32; d += 32; }
-  if (n & 16) { Move16(s, d); s += 16; d += 16; }
-  if (n & 8) { std::memcpy(d, s, 8); s += 8; d += 8; }
-  if (n & 4) { std::memcpy(d, s, 4); s += 4; d += 4; }
-  if (n & 2) { std::memcpy(d, s, 2); s += 2; d += 2; }
-  if (n & 1) { *d = *s; }
+  if (n & 128) {
+    for (int k = 0; k < 128; k += 32) Move32(s + k, d + k);
+    s += 128;
+    d += 128;
+  }
+  if (n & 64) {
+    Move32(s, d);
+    Move32(s + 32, d + 32);
+    s += 64;
+    d += 64;
+  }
+  if (n & 32) {
+    Move32(s, d);
+    s += 32;
+    d += 32;
+  }
+  if (n & 16) {
+    Move16(s, d);
+    s += 16;
+    d += 16;
+  }
+  if (n & 8) {
+    std::memcpy(d, s, 8);
+    s += 8;
+    d += 8;
+  }
+  if (n & 4) {
+    std::memcpy(d, s, 4);
+    s += 4;
+    d += 4;
+  }
+  if (n & 2) {
+    std::memcpy(d, s, 2);
+    s += 2;
+    d += 2;
+  }
+  if (n & 1) {
+    *d = *s;
+  }
 }
 
 // Forward string moves at the widest width that both addresses can share,
@@ -62,10 +94,18 @@ void CopyStringMoves(const uint8_t* s, uint8_t* d, int64_t n) {
   n -= head;
   uint64_t count = static_cast<uint64_t>(n) / width;
   switch (width) {
-    case 8: __asm__ volatile("rep movsq" : "+S"(s), "+D"(d), "+c"(count) : : "memory"); break;
-    case 4: __asm__ volatile("rep movsl" : "+S"(s), "+D"(d), "+c"(count) : : "memory"); break;
-    case 2: __asm__ volatile("rep movsw" : "+S"(s), "+D"(d), "+c"(count) : : "memory"); break;
-    default: __asm__ volatile("rep movsb" : "+S"(s), "+D"(d), "+c"(count) : : "memory"); break;
+    case 8:
+      __asm__ volatile("rep movsq" : "+S"(s), "+D"(d), "+c"(count) : : "memory");
+      break;
+    case 4:
+      __asm__ volatile("rep movsl" : "+S"(s), "+D"(d), "+c"(count) : : "memory");
+      break;
+    case 2:
+      __asm__ volatile("rep movsw" : "+S"(s), "+D"(d), "+c"(count) : : "memory");
+      break;
+    default:
+      __asm__ volatile("rep movsb" : "+S"(s), "+D"(d), "+c"(count) : : "memory");
+      break;
   }
   uint64_t rest = static_cast<uint64_t>(n) % width;
   __asm__ volatile("rep movsb" : "+S"(s), "+D"(d), "+c"(rest) : : "memory");

@@ -91,8 +91,8 @@ void CopyTail(const uint8_t* s, uint8_t* d, int32_t n) {
 
 void StreamRows(const uint8_t* src, int64_t srcStep, uint8_t* dst, int64_t dstStep,
                 int32_t rowBytes, int32_t rows) {
-  const bool aligned = (reinterpret_cast<uintptr_t>(dst) & 63) == 0 && (dstStep & 63) == 0 &&
-                       (rowBytes & 31) == 0;
+  const bool aligned =
+      (reinterpret_cast<uintptr_t>(dst) & 63) == 0 && (dstStep & 63) == 0 && (rowBytes & 31) == 0;
   Report(aligned ? primitives::CopyRoadRowsStream : primitives::CopyRoadRowsStreamUnaligned);
   for (int64_t y = 0; y < rows; ++y) {
     const uint8_t* s = src + y * srcStep;

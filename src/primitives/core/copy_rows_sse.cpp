@@ -20,14 +20,29 @@ void Report(int32_t road) {
 
 // Fewer than 16 bytes, one move per set bit of the length.
 void CopyTail(const uint8_t* s, uint8_t* d, int64_t n) {
-  if (n & 8) { std::memcpy(d, s, 8); s += 8; d += 8; }
-  if (n & 4) { std::memcpy(d, s, 4); s += 4; d += 4; }
-  if (n & 2) { std::memcpy(d, s, 2); s += 2; d += 2; }
-  if (n & 1) { *d = *s; }
+  if (n & 8) {
+    std::memcpy(d, s, 8);
+    s += 8;
+    d += 8;
+  }
+  if (n & 4) {
+    std::memcpy(d, s, 4);
+    s += 4;
+    d += 4;
+  }
+  if (n & 2) {
+    std::memcpy(d, s, 2);
+    s += 2;
+    d += 2;
+  }
+  if (n & 1) {
+    *d = *s;
+  }
 }
 
 void Move16(const uint8_t* s, uint8_t* d) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
+                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
 }
 
 // Cached copy of one run in 16-byte moves: 64 bytes a step, then 16-byte

@@ -48,9 +48,7 @@ int32_t ownDetectedCpuVariant() {
   return index;
 }
 
-bool ownCpuCanRunVariant(int32_t index) {
-  return index >= 0 && index <= ownDetectedCpuVariant();
-}
+bool ownCpuCanRunVariant(int32_t index) { return index >= 0 && index <= ownDetectedCpuVariant(); }
 
 void ForceCpuVariantForTesting(int32_t index) {
   cpuVariantIndex.store(index, std::memory_order_relaxed);

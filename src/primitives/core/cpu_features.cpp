@@ -18,9 +18,9 @@ constexpr uint64_t kAvxFamily = CpuAvx | CpuAvx2Group;
 constexpr uint64_t kAvx512Family = 0x6FF00000;  // every AVX-512 bit of the range, not MPX
 
 struct SelectRow {
-  uint64_t test;       // all of these
+  uint64_t test;  // all of these
   int32_t index;
-  uint64_t required;   // 0: none, the row's status is StatusCpuUnsupported
+  uint64_t required;  // 0: none, the row's status is StatusCpuUnsupported
 };
 
 constexpr SelectRow kSelectRows[] = {

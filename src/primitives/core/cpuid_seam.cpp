@@ -30,9 +30,7 @@ CpuidRegs ownCpuid(uint32_t leaf, uint32_t subleaf) {
   return source.load(std::memory_order_relaxed)->cpuid(leaf, subleaf);
 }
 
-uint64_t ownXgetbv(uint32_t index) {
-  return source.load(std::memory_order_relaxed)->xgetbv(index);
-}
+uint64_t ownXgetbv(uint32_t index) { return source.load(std::memory_order_relaxed)->xgetbv(index); }
 
 bool ownIsTunedVendor() {
   const CpuidRegs r = ownCpuid(0, 0);

@@ -57,11 +57,11 @@ struct FirstCallStub<Entry> {
 
 // The row of an entry point whose variants are corvane::<v>::name; use where
 // the entry point `name` itself is visible.
-#define CORVANE_DISPATCH_ROW(name)                                          \
-  {                                                                         \
-    {                                                                       \
-      &::corvane::primitives::FirstCallStub<&name>::Run, &::corvane::m7::name, \
-          &::corvane::n8::name, &::corvane::y8::name, &::corvane::e9::name, \
-          &::corvane::l9::name, &::corvane::k0::name, nullptr               \
-    }                                                                       \
+#define CORVANE_DISPATCH_ROW(name)                                                                \
+  {                                                                                               \
+    {                                                                                             \
+      &::corvane::primitives::FirstCallStub<&name>::Run, &::corvane::m7::name,                    \
+          &::corvane::n8::name, &::corvane::y8::name, &::corvane::e9::name, &::corvane::l9::name, \
+          &::corvane::k0::name, nullptr                                                           \
+    }                                                                                             \
   }

@@ -16,12 +16,12 @@
   ret name params;                                         \
   }
 
-#define CORVANE_DECLARE_VARIANTS(ret, name, params)        \
-  CORVANE_DECLARE_VARIANT_ONE_(m7, ret, name, params)      \
-  CORVANE_DECLARE_VARIANT_ONE_(n8, ret, name, params)      \
-  CORVANE_DECLARE_VARIANT_ONE_(y8, ret, name, params)      \
-  CORVANE_DECLARE_VARIANT_ONE_(e9, ret, name, params)      \
-  CORVANE_DECLARE_VARIANT_ONE_(l9, ret, name, params)      \
+#define CORVANE_DECLARE_VARIANTS(ret, name, params)   \
+  CORVANE_DECLARE_VARIANT_ONE_(m7, ret, name, params) \
+  CORVANE_DECLARE_VARIANT_ONE_(n8, ret, name, params) \
+  CORVANE_DECLARE_VARIANT_ONE_(y8, ret, name, params) \
+  CORVANE_DECLARE_VARIANT_ONE_(e9, ret, name, params) \
+  CORVANE_DECLARE_VARIANT_ONE_(l9, ret, name, params) \
   CORVANE_DECLARE_VARIANT_ONE_(k0, ret, name, params)
 
 namespace corvane::primitives {

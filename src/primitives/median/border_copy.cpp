@@ -108,15 +108,14 @@ void ownExtendWithBorder(const uint8_t* src, int32_t srcStep, ImageSize srcRoi, 
   PrimitiveStatus ownCopyReplicateBorder_##suffix(const uint8_t* src, int32_t srcStep,             \
                                                   ImageSize srcRoi, uint8_t* dst, int32_t dstStep, \
                                                   ImageSize dstRoi, int32_t top, int32_t left) {   \
-    return CopyWithBorder(src, srcStep, srcRoi, dst, dstStep, dstRoi, top, left, pixelBytes,      \
+    return CopyWithBorder(src, srcStep, srcRoi, dst, dstStep, dstRoi, top, left, pixelBytes,       \
                           false, nullptr);                                                         \
   }                                                                                                \
-  PrimitiveStatus ownCopyConstBorder_##suffix(const uint8_t* src, int32_t srcStep,                 \
-                                              ImageSize srcRoi, uint8_t* dst, int32_t dstStep,     \
-                                              ImageSize dstRoi, int32_t top, int32_t left,         \
-                                              const ValueType* value) {                            \
-    return CopyWithBorder(src, srcStep, srcRoi, dst, dstStep, dstRoi, top, left, pixelBytes,      \
-                          true, value);                                                            \
+  PrimitiveStatus ownCopyConstBorder_##suffix(                                                     \
+      const uint8_t* src, int32_t srcStep, ImageSize srcRoi, uint8_t* dst, int32_t dstStep,        \
+      ImageSize dstRoi, int32_t top, int32_t left, const ValueType* value) {                       \
+    return CopyWithBorder(src, srcStep, srcRoi, dst, dstStep, dstRoi, top, left, pixelBytes, true, \
+                          value);                                                                  \
   }                                                                                                \
   PrimitiveStatus ownCopyReplicateBorderInPlace_##suffix(uint8_t* image, int32_t step,             \
                                                          ImageSize srcRoi, ImageSize dstRoi,       \

@@ -19,8 +19,7 @@ CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownFilterMedianBorderGetBuffe
 CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownFilterMedianBorder_8u_C3R,
                          (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
                           corvane::ImageSize roi, corvane::ImageSize mask,
-                          corvane::BorderType border, const uint8_t* borderValue,
-                          uint8_t* buffer))
+                          corvane::BorderType border, const uint8_t* borderValue, uint8_t* buffer))
 
 // The plain copy behind the 1x1 mask.
 CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopy_8u_C3R,
@@ -30,17 +29,17 @@ CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopy_8u_C3R,
 // Copies with border: the source rectangle lands at (left, top) of the
 // destination rectangle, and the pixels around it are made by repeating the
 // nearest source pixel or by a constant pixel.
-#define CORVANE_DECLARE_BORDER_COPIES_(suffix, ValueType)                                         \
-  CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopyReplicateBorder_##suffix,             \
-                           (const uint8_t* src, int32_t srcStep, corvane::ImageSize srcRoi,       \
-                            uint8_t* dst, int32_t dstStep, corvane::ImageSize dstRoi,             \
-                            int32_t top, int32_t left))                                           \
-  CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopyConstBorder_##suffix,                 \
-                           (const uint8_t* src, int32_t srcStep, corvane::ImageSize srcRoi,       \
-                            uint8_t* dst, int32_t dstStep, corvane::ImageSize dstRoi,             \
-                            int32_t top, int32_t left, const ValueType* value))                   \
-  CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopyReplicateBorderInPlace_##suffix,      \
-                           (uint8_t* image, int32_t step, corvane::ImageSize srcRoi,              \
+#define CORVANE_DECLARE_BORDER_COPIES_(suffix, ValueType)                                          \
+  CORVANE_DECLARE_VARIANTS(                                                                        \
+      corvane::PrimitiveStatus, ownCopyReplicateBorder_##suffix,                                   \
+      (const uint8_t* src, int32_t srcStep, corvane::ImageSize srcRoi, uint8_t* dst,               \
+       int32_t dstStep, corvane::ImageSize dstRoi, int32_t top, int32_t left))                     \
+  CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopyConstBorder_##suffix,                  \
+                           (const uint8_t* src, int32_t srcStep, corvane::ImageSize srcRoi,        \
+                            uint8_t* dst, int32_t dstStep, corvane::ImageSize dstRoi, int32_t top, \
+                            int32_t left, const ValueType* value))                                 \
+  CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopyReplicateBorderInPlace_##suffix,       \
+                           (uint8_t * image, int32_t step, corvane::ImageSize srcRoi,              \
                             corvane::ImageSize dstRoi, int32_t top, int32_t left))
 CORVANE_DECLARE_BORDER_COPIES_(8u_C3R, uint8_t)
 CORVANE_DECLARE_BORDER_COPIES_(8u_C4R, uint8_t)

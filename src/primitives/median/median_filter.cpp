@@ -78,8 +78,8 @@ void VerticalStrip(Plan& p, bool left) {
   const int32_t lw = a + p.xr - 1, lh = p.height + p.mask.height - 1;
   const int32_t firstColumn = left ? 0 : p.width - a + 1;
   const uint8_t* real = Offset(p.src, -p.yr, p.srcStep, firstColumn, px);
-  ownExtendWithBorder(real, p.srcStep, ImageSize{a - 1, lh}, p.strip, lw * px, ImageSize{lw, lh},
-                      0, left ? p.xr : 0, px, p.value);
+  ownExtendWithBorder(real, p.srcStep, ImageSize{a - 1, lh}, p.strip, lw * px, ImageSize{lw, lh}, 0,
+                      left ? p.xr : 0, px, p.value);
   if (left) {
     FilterStrip(p, lw, p.dst, ImageSize{p.xr, p.height});
     p.src = Offset(p.src, 0, 0, p.xr, px);
@@ -127,9 +127,10 @@ int32_t ChooseSlot(ImageSize mask, uint32_t& flags) {
 }
 
 // The planner for a group's pixel form, once the arguments have passed.
-PrimitiveStatus FilterPlanned(int32_t group, int32_t pixelBytes, const uint8_t* src, int32_t srcStep,
-                              uint8_t* dst, int32_t dstStep, ImageSize roi, ImageSize mask,
-                              BorderType border, const uint8_t* value, uint8_t* buffer) {
+PrimitiveStatus FilterPlanned(int32_t group, int32_t pixelBytes, const uint8_t* src,
+                              int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
+                              ImageSize mask, BorderType border, const uint8_t* value,
+                              uint8_t* buffer) {
   uint32_t flags = border & 0xF0;
   const int32_t slot = ChooseSlot(mask, flags);
   const MedianKernel kernel = ownMedianKernelTable()[group * kMedianSlotCount + slot];
@@ -138,11 +139,12 @@ PrimitiveStatus FilterPlanned(int32_t group, int32_t pixelBytes, const uint8_t* 
 
   const int32_t a = mask.width, b = mask.height, xr = a >> 1, yr = b >> 1;
   const int32_t ew = roi.width + a - 1, eh = roi.height + b - 1;
-  const int32_t stripRoom =
-      RoundUp32(pixelBytes * Larger(ew * (b + yr - 1), (a + xr - 1) * eh));
-  Plan p{src,  srcStep, dst,       dstStep,    roi.width, roi.height, mask, xr,
-         yr,   pixelBytes, flags, (border & 0xF) == BorderReplicate ? nullptr : value,
-         kernel, buffer, buffer + stripRoom};
+  const int32_t stripRoom = RoundUp32(pixelBytes * Larger(ew * (b + yr - 1), (a + xr - 1) * eh));
+  Plan p{src,        srcStep,   dst,
+         dstStep,    roi.width, roi.height,
+         mask,       xr,        yr,
+         pixelBytes, flags,     (border & 0xF) == BorderReplicate ? nullptr : value,
+         kernel,     buffer,    buffer + stripRoom};
 
   if (flags == BorderMemoryAll) {
     kernel(src, srcStep, dst, dstStep, roi, mask, buffer);

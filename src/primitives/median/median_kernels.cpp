@@ -24,8 +24,8 @@ constexpr int32_t kElemBytes = E == Elem::U8 ? 1 : 2;
 // Slots 0 and 1. The vertical masks see no channels, so a form that filters
 // all its channels walks the row as one flat run of elements.
 template <Elem E, int Ch, bool Keep>
-void ColumnKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                  ImageSize roi, ImageSize mask, uint8_t*) {
+void ColumnKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
+                  ImageSize mask, uint8_t*) {
   constexpr int32_t PB = Ch * kElemBytes<E>;
   const bool three = MedianMaskCode(mask) == 13;
 #if CORVANE_VARIANT_INDEX >= 4
@@ -65,8 +65,8 @@ void RowKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstSte
 
 // Slots 4 and 5.
 template <Elem E, int Ch, bool Keep>
-void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                  ImageSize roi, ImageSize mask, uint8_t*) {
+void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
+                  ImageSize mask, uint8_t*) {
   constexpr int32_t PB = Ch * kElemBytes<E>;
   if (MedianMaskCode(mask) == 33) {
     Square3Columns<E, PB, Keep>::Run(src, srcStep, dst, dstStep, roi.width, roi.height);
@@ -76,8 +76,8 @@ void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dst
 }
 
 // Slot 6, the general masks, has no kernel yet: the planner refuses them.
-#define CORVANE_MEDIAN_GROUP_(E, Ch, Keep)                                                  \
-  &ColumnKernel<E, Ch, Keep>, &ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>,          \
+#define CORVANE_MEDIAN_GROUP_(E, Ch, Keep)                                         \
+  &ColumnKernel<E, Ch, Keep>, &ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>, \
       &RowKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, nullptr
 
 constexpr MedianKernel kKernelTable[kMedianKernelCount] = {

@@ -15,22 +15,29 @@ int32_t Mul32(int32_t x, int32_t y) {
 int32_t Add32(int32_t x, int32_t y) {
   return static_cast<int32_t>(static_cast<uint32_t>(x) + static_cast<uint32_t>(y));
 }
-int32_t RoundUp32(int32_t n) { return static_cast<int32_t>((static_cast<uint32_t>(n) + 31u) & ~31u); }
+int32_t RoundUp32(int32_t n) {
+  return static_cast<int32_t>((static_cast<uint32_t>(n) + 31u) & ~31u);
+}
 int32_t Max32(int32_t x, int32_t y) { return x > y ? x : y; }
 
 bool IsOdd(int32_t v) { return (v & 1) != 0; }
 
 int32_t ElementBytes(PixelType type) {
   switch (type) {
-    case PixelType8u: return 1;
+    case PixelType8u:
+      return 1;
     case PixelType16u:
-    case PixelType16s: return 2;
-    default: return 4;
+    case PixelType16s:
+      return 2;
+    default:
+      return 4;
   }
 }
 
 #if CORVANE_VARIANT_INDEX >= 2
-int32_t RoundUp16(int32_t n) { return static_cast<int32_t>((static_cast<uint32_t>(n) + 15u) & ~15u); }
+int32_t RoundUp16(int32_t n) {
+  return static_cast<int32_t>((static_cast<uint32_t>(n) + 15u) & ~15u);
+}
 
 // Working room of the general kernels for 32-bit float elements: a sorting
 // network or, for larger masks, a sort with a radix pass.
@@ -75,8 +82,8 @@ int64_t OneChannelSize(ImageSize roi, ImageSize mask, PixelType type, bool small
     total = work + RoundUp32(Mul32(Mul32(Ew, Eh), px));
   } else {
     const int64_t rows = int64_t{b} * 2 * RoundUp32(Mul32(W, px));
-    const int64_t edges = 2 * (int64_t{RoundUp32(Mul32(Mul32(W, yr), px))} +
-                               RoundUp32(Mul32(Mul32(H, xr), px)));
+    const int64_t edges =
+        2 * (int64_t{RoundUp32(Mul32(Mul32(W, yr), px))} + RoundUp32(Mul32(Mul32(H, xr), px)));
     const int32_t strip = Max32(Mul32(Mul32(Ew, b + yr), px), Mul32(Mul32(a + xr, Eh), px));
     total = work + rows + edges + RoundUp32(strip);
   }
@@ -101,8 +108,8 @@ int32_t VolumeSize(ImageSize roi, ImageSize mask, int64_t planeSize) {
   int32_t pow2 = 1;
   while (pow2 < area) pow2 <<= 1;
   const int32_t m = Max32(Max32(Mul32(Ew, Eh), Mul32(Ew, b + yr - 1)), Mul32(a + xr - 1, Eh));
-  const int64_t volume = RoundUp64(2 * int64_t{m}) + 32 + RoundUp64(int64_t{area} * 8) +
-                         int64_t{pow2} * 512;
+  const int64_t volume =
+      RoundUp64(2 * int64_t{m}) + 32 + RoundUp64(int64_t{area} * 8) + int64_t{pow2} * 512;
   const int32_t size2 = planeSize < 0 ? 0 : static_cast<int32_t>(planeSize);
   const int32_t size3 = static_cast<int32_t>(volume);
   return Add32(80, planeSize < 0 ? size3 : Max32(size2, size3));
@@ -119,8 +126,8 @@ PrimitiveStatus ownFilterMedianBorderGetBufferSize(ImageSize roi, ImageSize mask
   if (mask.width <= 0 || mask.height <= 0 || !IsOdd(mask.width) || !IsOdd(mask.height)) {
     return StatusMaskSize;
   }
-  const bool anyType = pixelType == PixelType8u || pixelType == PixelType16u ||
-                       pixelType == PixelType16s;
+  const bool anyType =
+      pixelType == PixelType8u || pixelType == PixelType16u || pixelType == PixelType16s;
   if (channels == 1 && !anyType && pixelType != PixelType32f) return StatusPixelType;
   if (channels != 1 && channels != 3 && channels != 4) return StatusChannels;
   if (channels != 1 && !anyType) return StatusPixelType;

@@ -51,8 +51,8 @@ CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownWarpBilinearBufferSize,
 CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownWarpBilinear_8u_C3R,
                          (const uint8_t* src, corvane::ImageSize srcSize, int32_t srcStep,
                           corvane::ImageRect srcRect, uint8_t* dst, int32_t dstStep,
-                          corvane::ImageRect dstRect, const double* coeffs,
-                          uint32_t interpolation, uint8_t* scratch))
+                          corvane::ImageRect dstRect, const double* coeffs, uint32_t interpolation,
+                          uint8_t* scratch))
 
 namespace corvane::primitives {
 

@@ -72,8 +72,8 @@ PrimitiveStatus BackwardSize(ImageSize srcSize, ImageRect srcRect, ImageRect dst
   const double p = c[1] * c[6], r = c[2] * c[5];
   if (PrimitiveStatus s = ownAffineDeterminantStatus(p, r)) return s;
   const double d = 1.0 / (p - r);
-  const double inverse[6] = {c[6] * d, -c[2] * d, (c[2] * c[7] - c[6] * c[3]) * d,
-                             -c[5] * d, c[1] * d, (c[5] * c[3] - c[1] * c[7]) * d};
+  const double inverse[6] = {c[6] * d,  -c[2] * d, (c[2] * c[7] - c[6] * c[3]) * d,
+                             -c[5] * d, c[1] * d,  (c[5] * c[3] - c[1] * c[7]) * d};
   double quad[8];
   ownAffineQuad(ownRectCorners(rect), inverse, quad);
   const int32_t shape = ownClassifyQuad(quad);
@@ -118,10 +118,9 @@ PrimitiveStatus ownGetBilinearCoeffs(ImageRect srcRect, const double* quad, doub
   return StatusOk;
 }
 
-PrimitiveStatus ownWarpBilinearBufferSize(ImageSize srcSize, ImageRect srcRect,
-                                          ImageRect dstRect, int32_t direction,
-                                          const double* coeffs, uint32_t interpolation,
-                                          int32_t* size) {
+PrimitiveStatus ownWarpBilinearBufferSize(ImageSize srcSize, ImageRect srcRect, ImageRect dstRect,
+                                          int32_t direction, const double* coeffs,
+                                          uint32_t interpolation, int32_t* size) {
   if (!size || !coeffs) return StatusNullPointer;
   if (PrimitiveStatus s = ownCheckWarpImages(srcSize, srcRect, dstRect)) return s;
   const uint32_t mode = interpolation & ~WarpSmoothEdge;

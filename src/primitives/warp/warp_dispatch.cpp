@@ -28,8 +28,8 @@ PrimitiveStatus ownWarpBilinear_8u_C3R(const uint8_t* src, ImageSize srcSize, in
                                        ImageRect srcRect, uint8_t* dst, int32_t dstStep,
                                        ImageRect dstRect, const double* coeffs,
                                        uint32_t interpolation, uint8_t* scratch) {
-  return kWarpRow.Call(src, srcSize, srcStep, srcRect, dst, dstStep, dstRect, coeffs,
-                       interpolation, scratch);
+  return kWarpRow.Call(src, srcSize, srcStep, srcRect, dst, dstStep, dstRect, coeffs, interpolation,
+                       scratch);
 }
 
 }  // namespace corvane::primitives

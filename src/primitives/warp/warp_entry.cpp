@@ -153,8 +153,8 @@ PrimitiveStatus ownWarpBilinearCore(const uint8_t* src, ImageSize srcSize, int32
 
 PrimitiveStatus ownWarpBilinear_8u_C3R(const uint8_t* src, ImageSize srcSize, int32_t srcStep,
                                        ImageRect srcRect, uint8_t* dst, int32_t dstStep,
-                                       ImageRect dstRect, const double* c,
-                                       uint32_t interpolation, uint8_t* scratch) {
+                                       ImageRect dstRect, const double* c, uint32_t interpolation,
+                                       uint8_t* scratch) {
   if (!c) return StatusNullPointer;
   if (c[0] == 0.0 && c[4] == 0.0) {
     if (srcStep < 1 || dstStep < 1) return StatusStep;
@@ -162,8 +162,8 @@ PrimitiveStatus ownWarpBilinear_8u_C3R(const uint8_t* src, ImageSize srcSize, in
     return ownWarpAffineCore(src, srcSize, srcStep, srcRect, dst, dstStep, dstRect, kFormat8uC3,
                              affine, interpolation, scratch);
   }
-  return ownWarpBilinearCore(src, srcSize, srcStep, srcRect, dst, dstStep, dstRect, kFormat8uC3,
-                             c, interpolation, scratch);
+  return ownWarpBilinearCore(src, srcSize, srcStep, srcRect, dst, dstStep, dstRect, kFormat8uC3, c,
+                             interpolation, scratch);
 }
 
 }  // namespace corvane::CORVANE_VARIANT

@@ -54,8 +54,7 @@ CORVANE_DECLARE_VARIANTS(int32_t, ownQuadRowRange,
 
 // StatusTransform when the linear part of an affine set, with p = a0·a4 and
 // r = a1·a3, has no usable inverse; else StatusOk.
-CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownAffineDeterminantStatus,
-                         (double p, double r))
+CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownAffineDeterminantStatus, (double p, double r))
 
 // Inclusive corners of a rectangle.
 CORVANE_DECLARE_VARIANTS(corvane::RectCorners, ownRectCorners, (corvane::ImageRect rect))

@@ -61,8 +61,8 @@ void ColumnOffsets(__m128d acc, __m128d step, int64_t count, int64_t* offsets) {
 
 void ownWarpAffineNearest_8u_C3(const uint8_t* src, uint8_t* dstRow, int32_t srcStep,
                                 int32_t dstStep, int32_t yMin, int32_t yMax,
-                                const int32_t* rowTable, const double* inverse,
-                                int32_t lastColumn, int32_t lastRow, uint8_t* workArea) {
+                                const int32_t* rowTable, const double* inverse, int32_t lastColumn,
+                                int32_t lastRow, uint8_t* workArea) {
   if (yMax < yMin) return;
   int64_t* const offsets = reinterpret_cast<int64_t*>(workArea);
   // Lane 0 carries u, lane 1 v.

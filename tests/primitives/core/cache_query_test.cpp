@@ -24,7 +24,8 @@ class CacheQueryTest : public ::testing::Test {
 
 // A leaf 4 entry: type 1 data, 2 instruction, 3 unified.
 CpuidRegs Leaf4(uint32_t type, uint32_t ways, uint32_t partitions, uint32_t line, uint32_t sets) {
-  return {type | (1u << 5), ((ways - 1) << 22) | ((partitions - 1) << 12) | (line - 1), sets - 1, 0};
+  return {type | (1u << 5), ((ways - 1) << 22) | ((partitions - 1) << 12) | (line - 1), sets - 1,
+          0};
 }
 
 struct CacheCase {
@@ -38,20 +39,34 @@ struct CacheCase {
 };
 
 const CacheCase kCacheCases[] = {
-    {"leaf 4: largest data or unified cache, up to the first type 0", true, 0x16,
+    {"leaf 4: largest data or unified cache, up to the first type 0",
+     true,
+     0x16,
      {Leaf4(1, 12, 1, 64, 64), Leaf4(2, 8, 1, 64, 131072), Leaf4(3, 16, 1, 64, 1024),
       Leaf4(3, 12, 2, 64, 16384), CpuidRegs{}, Leaf4(3, 16, 1, 64, 65536)},
-     {}, 24 << 20, StatusOk},
+     {},
+     24 << 20,
+     StatusOk},
     {"leaf 4 lists no cache", true, 4, {}, {0x01, 0x2C, 0, 0}, 0, StatusCacheUnknown},
     {"leaf 2: largest named wins", true, 2, {}, {0x43490001, 0x2C, 0, 0}, 4 << 20, StatusOk},
     {"leaf 2: every register", true, 3, {}, {0x01, 0x7D, 0x23, 0xEA00}, 12 << 20, StatusOk},
-    {"leaf 2: bit 31 hides a register", true, 2, {}, {0x01, 0x8000004D, 0x22, 0}, 512 << 10,
+    {"leaf 2: bit 31 hides a register",
+     true,
+     2,
+     {},
+     {0x01, 0x8000004D, 0x22, 0},
+     512 << 10,
      StatusOk},
     {"leaf 2: smallest row", true, 3, {}, {0x4101, 0, 0, 0}, 128 << 10, StatusOk},
     {"leaf 2: AL other than 1", true, 2, {}, {0x4D02, 0, 0, 0}, 0, StatusCacheUnknown},
     {"leaf 2: no known descriptor", true, 3, {}, {0x01, 0x0A0B0C0D, 0, 0}, 0, StatusCacheUnknown},
     {"other vendor", false, 0x10, {Leaf4(3, 16, 1, 64, 1024)}, {}, -1, StatusCpuUnsupported},
-    {"highest leaf 1", true, 1, {Leaf4(3, 16, 1, 64, 1024)}, {0x01, 0x4D, 0, 0}, -1,
+    {"highest leaf 1",
+     true,
+     1,
+     {Leaf4(3, 16, 1, 64, 1024)},
+     {0x01, 0x4D, 0, 0},
+     -1,
      StatusCpuUnsupported},
     {"highest leaf 0", true, 0, {}, {}, -1, StatusCpuUnsupported},
 };

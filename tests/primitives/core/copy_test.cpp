@@ -27,10 +27,10 @@ constexpr CopyRowsFn kCopyRows[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_COPY_ROWS_O
 // Only l9 and k0 have block copies.
 using BlockFn = void* (*)(const void*, void*, int32_t);
 using ShortFn = void (*)(const void*, void*, int32_t);
-constexpr BlockFn kBlock[6] = {nullptr, nullptr, nullptr, nullptr, &l9::ownCopyBlock,
-                               &k0::ownCopyBlock};
-constexpr ShortFn kShort[6] = {nullptr, nullptr, nullptr, nullptr, &l9::ownCopyShort,
-                               &k0::ownCopyShort};
+constexpr BlockFn kBlock[6] = {nullptr, nullptr,           nullptr,
+                               nullptr, &l9::ownCopyBlock, &k0::ownCopyBlock};
+constexpr ShortFn kShort[6] = {nullptr, nullptr,           nullptr,
+                               nullptr, &l9::ownCopyShort, &k0::ownCopyShort};
 
 std::vector<int32_t> roads;
 void RecordRoad(int32_t road) { roads.push_back(road); }
@@ -66,8 +66,8 @@ class CopyRowsTest : public CopyTest {
     dst.FillValue(0x11);
     roads.clear();
     kCopyRows[Variant()](src.data(), src.step(), dst.data(), dst.step(), from.rowBytes, from.rows);
-    EXPECT_TRUE(test::SameRows(want.data(), want.step(), dst.data(), dst.step(), from.rowBytes,
-                               from.rows))
+    EXPECT_TRUE(
+        test::SameRows(want.data(), want.step(), dst.data(), dst.step(), from.rowBytes, from.rows))
         << from << " -> " << to;
     EXPECT_TRUE(dst.CheckGuards()) << from << " -> " << to;
     return FirstRoad();
@@ -109,7 +109,8 @@ const RoadCase kRoadCases[] = {
     {"n8/y8 at 0x20000", kN8Y8, 1024, 128, 8, 8, 0, 0, 1 * kMiB / 8, CopyRoadRowsForward},
     {"n8/y8 without lookup", kN8Y8, 1000, 600, 8, 8, 0, 0, -1, CopyRoadRowsForward},
     {"e9 rows below 1024", kE9, 1023, 3000, 8, 8, 0, 0, 1 * kMiB, CopyRoadRowsForward},
-    {"e9 above 2 MiB and half the cache", kE9, 1024, 2049, 8, 8, 3, 17, 1 * kMiB, CopyRoadRowsStream},
+    {"e9 above 2 MiB and half the cache", kE9, 1024, 2049, 8, 8, 3, 17, 1 * kMiB,
+     CopyRoadRowsStream},
     {"e9 at 2 MiB", kE9, 1024, 2048, 8, 8, 0, 0, 1 * kMiB, CopyRoadRowsForward},
     {"e9 cache larger than twice the region", kE9, 1024, 2100, 8, 8, 0, 0, 8 * kMiB,
      CopyRoadRowsForward},

@@ -18,7 +18,7 @@ namespace {
 
 using test::FakeCpu;
 
-constexpr uint64_t kBase = 0xDF;             // MMX .. SSE4.2
+constexpr uint64_t kBase = 0xDF;  // MMX .. SSE4.2
 constexpr uint64_t kAvxSaved = 0x1DF | 0x200;
 constexpr uint64_t kAvx2Saved = 0x81DF | 0x200;
 constexpr uint64_t kAvx512Five = 0x7300000;  // F CD BW DQ VL
@@ -58,7 +58,8 @@ const SelectCase kSelectCases[] = {
     {"AVX-512 five without AVX2 group", kAvxSaved | kAvx512Five | kZmmSaved, 5, StatusFeatureGap},
     {"AVX-512 without BW", kAvx2Saved | 0x6300000 | kZmmSaved, 4, StatusOk},
     {"AVX-512 F CD ER PF", kAvx2Saved | 0xF00000 | kZmmSaved, 4, StatusOk},
-    {"AVX-512 F CD ER PF without AVX2 group", kAvxSaved | 0xF00000 | kZmmSaved, 4, StatusFeatureGap},
+    {"AVX-512 F CD ER PF without AVX2 group", kAvxSaved | 0xF00000 | kZmmSaved, 4,
+     StatusFeatureGap},
     {"AVX-512 F alone, zmm not saved, no AVX", kBase | 0x100000, 2, StatusFeatureState},
     {"MPX is not an AVX-512 bit", kBase | 0x10000000, 2, StatusOk},
     {"everything", ~0ull, 5, StatusOk},
@@ -73,7 +74,7 @@ TEST(SelectCpuVariant, EveryRowAndStatus) {
 }
 
 // Leaf 1 ECX/EDX, leaf 7 EBX/ECX/EDX bits by name.
-constexpr uint32_t kEdxBase = (1u << 23) | (1u << 25) | (1u << 26);  // MMX SSE SSE2
+constexpr uint32_t kEdxBase = (1u << 23) | (1u << 25) | (1u << 26);       // MMX SSE SSE2
 constexpr uint32_t kEcxSse42 = 1u | (1u << 9) | (1u << 19) | (1u << 20);  // no MOVBE
 constexpr uint32_t kOsxsave = 1u << 27, kAvx = 1u << 28, kFma = 1u << 12;
 constexpr uint32_t kAvx2Ebx = (1u << 5) | (1u << 3) | (1u << 8);  // AVX2 BMI1 BMI2
@@ -95,7 +96,8 @@ const DetectCase kDetectCases[] = {
     {"SSE4.2, no OSXSAVE", 7, 0, kCpuBase, kEdxBase, 0, 0, 0, 0xE7, 0, 0, kBase, 0},
     {"AVX, XCR0 saves ymm", 7, 0, kCpuBase | kOsxsave | kAvx, kEdxBase, 0, 0, 0, 0x7, 0, 0,
      kAvxSaved, 1},
-    {"AVX, XCR0 lacks ymm", 7, 0, kCpuBase | kOsxsave | kAvx, kEdxBase, 0, 0, 0, 0x3, 0, 0, 0x1DF, 1},
+    {"AVX, XCR0 lacks ymm", 7, 0, kCpuBase | kOsxsave | kAvx, kEdxBase, 0, 0, 0, 0x3, 0, 0, 0x1DF,
+     1},
     {"AVX, no OSXSAVE", 7, 0, kCpuBase | kAvx, kEdxBase, 0, 0, 0, 0x7, 0, 0, 0x1DF, 0},
     {"AVX2 group", 7, 0, kCpuBase | kOsxsave | kAvx | kFma, kEdxBase, kAvx2Ebx, 0, 0, 0x7, 0, 0,
      kAvx2Saved, 1},
@@ -103,8 +105,8 @@ const DetectCase kDetectCases[] = {
      kAvxSaved, 1},
     {"AVX2 without BMI2", 7, 0, kCpuBase | kOsxsave | kAvx | kFma, kEdxBase, (1u << 5) | (1u << 3),
      0, 0, 0x7, 0, 0, kAvxSaved, 1},
-    {"leaf 7 not offered", 6, 0, kCpuBase | kOsxsave | kAvx | kFma, kEdxBase,
-     kAvx2Ebx | kAvx512Ebx, 0, 0, 0xE7, 0, 0, kAvxSaved, 1},
+    {"leaf 7 not offered", 6, 0, kCpuBase | kOsxsave | kAvx | kFma, kEdxBase, kAvx2Ebx | kAvx512Ebx,
+     0, 0, 0xE7, 0, 0, kAvxSaved, 1},
     {"AVX-512 with zmm state", 7, 0, kCpuBase | kOsxsave | kAvx | kFma, kEdxBase,
      kAvx2Ebx | kAvx512Ebx, 0, 0, 0xE7, 0, 0, kAvx2Saved | kAvx512Five | kZmmSaved, 1},
     {"AVX-512 without zmm state", 7, 0, kCpuBase | kOsxsave | kAvx | kFma, kEdxBase,
@@ -138,16 +140,35 @@ TEST(DetectCpuFeatures, MadeUpProcessors) {
 }
 
 // The kernel's names for the feature bits that both know.
-const std::pair<const char*, uint64_t> kProcFlags[] = {
-    {"mmx", CpuMmx}, {"sse", CpuSse}, {"sse2", CpuSse2}, {"pni", CpuSse3}, {"ssse3", CpuSsse3},
-    {"movbe", CpuMovbe}, {"sse4_1", CpuSse41}, {"sse4_2", CpuSse42}, {"avx", CpuAvx},
-    {"aes", CpuAes}, {"pclmulqdq", CpuPclmulqdq}, {"rdrand", CpuRdrand}, {"f16c", CpuF16c},
-    {"adx", CpuAdx}, {"rdseed", CpuRdseed}, {"3dnowprefetch", CpuPrefetchw}, {"sha_ni", CpuSha},
-    {"avx512f", CpuAvx512F}, {"avx512cd", CpuAvx512Cd}, {"avx512er", CpuAvx512Er},
-    {"avx512pf", CpuAvx512Pf}, {"avx512bw", CpuAvx512Bw}, {"avx512dq", CpuAvx512Dq},
-    {"avx512vl", CpuAvx512Vl}, {"avx512vbmi", CpuAvx512Vbmi}, {"mpx", CpuMpx},
-    {"avx512_4fmaps", CpuAvx512_4Fmaps}, {"avx512_4vnniw", CpuAvx512_4Vnniw},
-    {"avx512ifma", CpuAvx512Ifma}};
+const std::pair<const char*, uint64_t> kProcFlags[] = {{"mmx", CpuMmx},
+                                                       {"sse", CpuSse},
+                                                       {"sse2", CpuSse2},
+                                                       {"pni", CpuSse3},
+                                                       {"ssse3", CpuSsse3},
+                                                       {"movbe", CpuMovbe},
+                                                       {"sse4_1", CpuSse41},
+                                                       {"sse4_2", CpuSse42},
+                                                       {"avx", CpuAvx},
+                                                       {"aes", CpuAes},
+                                                       {"pclmulqdq", CpuPclmulqdq},
+                                                       {"rdrand", CpuRdrand},
+                                                       {"f16c", CpuF16c},
+                                                       {"adx", CpuAdx},
+                                                       {"rdseed", CpuRdseed},
+                                                       {"3dnowprefetch", CpuPrefetchw},
+                                                       {"sha_ni", CpuSha},
+                                                       {"avx512f", CpuAvx512F},
+                                                       {"avx512cd", CpuAvx512Cd},
+                                                       {"avx512er", CpuAvx512Er},
+                                                       {"avx512pf", CpuAvx512Pf},
+                                                       {"avx512bw", CpuAvx512Bw},
+                                                       {"avx512dq", CpuAvx512Dq},
+                                                       {"avx512vl", CpuAvx512Vl},
+                                                       {"avx512vbmi", CpuAvx512Vbmi},
+                                                       {"mpx", CpuMpx},
+                                                       {"avx512_4fmaps", CpuAvx512_4Fmaps},
+                                                       {"avx512_4vnniw", CpuAvx512_4Vnniw},
+                                                       {"avx512ifma", CpuAvx512Ifma}};
 
 std::set<std::string> ProcCpuFlags() {
   std::ifstream in("/proc/cpuinfo");
@@ -172,8 +193,8 @@ TEST(DetectCpuFeatures, ThisProcessorAgreesWithTheKernel) {
     }
     EXPECT_EQ((word & bit) != 0, listed) << name;
   }
-  const bool group = flags.count("avx2") && flags.count("fma") && flags.count("bmi1") &&
-                     flags.count("bmi2");
+  const bool group =
+      flags.count("avx2") && flags.count("fma") && flags.count("bmi1") && flags.count("bmi2");
   EXPECT_EQ((word & CpuAvx2Group) != 0, group) << "AVX2 group";
   // The kernel lists AVX only when it saves the state.
   if (flags.count("avx")) {

@@ -15,12 +15,12 @@
 CORVANE_DECLARE_VARIANTS(int64_t, ownProbe_8u_C3R,
                          (const uint8_t* src, int32_t step, corvane::ImageSize roi, double scale))
 
-#define DEFINE_PROBE(v, index)                                                              \
-  namespace corvane::v {                                                                    \
-  int64_t ownProbe_8u_C3R(const uint8_t* src, int32_t step, ImageSize roi, double scale) {  \
-    return index * 1000000000LL + (src ? src[0] : 0) * 1000000 + step * 10000 +            \
-           roi.width * 100 + roi.height + static_cast<int64_t>(scale);                     \
-  }                                                                                         \
+#define DEFINE_PROBE(v, index)                                                                    \
+  namespace corvane::v {                                                                          \
+  int64_t ownProbe_8u_C3R(const uint8_t* src, int32_t step, ImageSize roi, double scale) {        \
+    return index * 1000000000LL + (src ? src[0] : 0) * 1000000 + step * 10000 + roi.width * 100 + \
+           roi.height + static_cast<int64_t>(scale);                                              \
+  }                                                                                               \
   }
 DEFINE_PROBE(m7, 0)
 DEFINE_PROBE(n8, 1)

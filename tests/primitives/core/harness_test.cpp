@@ -16,9 +16,9 @@ TEST(GuardedImage, NamesTheStrayByteOnEachSide) {
     int32_t y, x;  // byte to write, relative to row y of the image
   };
   // Left and right of rows, in the gap between two, above and below.
-  for (const Case& c : {Case{false, 0, -1}, Case{false, 2, 10}, Case{false, 1, 12},
-                        Case{false, 0, -90}, Case{false, 3, 90}, Case{true, 3, -1},
-                        Case{true, 0, 10}, Case{true, 0, 90}}) {
+  for (const Case& c :
+       {Case{false, 0, -1}, Case{false, 2, 10}, Case{false, 1, 12}, Case{false, 0, -90},
+        Case{false, 3, 90}, Case{true, 3, -1}, Case{true, 0, 10}, Case{true, 0, 90}}) {
     GuardedImage image(ImageLayout{10, 4, 6, c.bottomUp, 3});
     EXPECT_TRUE(image.CheckGuards());
     image.FillValue(0x42);

@@ -54,8 +54,8 @@ void GuardedImage::FillValue(uint8_t value) {
     if (std::memcmp(e, a, rowBytes) == 0) continue;
     int32_t x = 0;
     while (e[x] == a[x]) ++x;
-    return ::testing::AssertionFailure() << "row " << y << " byte " << x << ": expected "
-                                         << int{e[x]} << ", got " << int{a[x]};
+    return ::testing::AssertionFailure()
+           << "row " << y << " byte " << x << ": expected " << int{e[x]} << ", got " << int{a[x]};
   }
   return ::testing::AssertionSuccess();
 }

@@ -15,11 +15,11 @@
 namespace corvane::test {
 
 struct ImageLayout {
-  int32_t rowBytes = 1;    // bytes of one row that belong to the image
+  int32_t rowBytes = 1;  // bytes of one row that belong to the image
   int32_t rows = 1;
-  int32_t stepPad = 0;     // extra bytes between rows: |step| = rowBytes + stepPad
-  bool bottomUp = false;   // negative step: row 0 is the last row in memory
-  int32_t misalign = 0;    // offset of the lowest byte from a page (4096) boundary
+  int32_t stepPad = 0;    // extra bytes between rows: |step| = rowBytes + stepPad
+  bool bottomUp = false;  // negative step: row 0 is the last row in memory
+  int32_t misalign = 0;   // offset of the lowest byte from a page (4096) boundary
 };
 
 std::ostream& operator<<(std::ostream& out, const ImageLayout& l);

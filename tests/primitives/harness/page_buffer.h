@@ -21,8 +21,8 @@ class PageBuffer {
     const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t usable = (size + page - 1) / page * page;
     mappingSize_ = usable + page;
-    mapping_ = mmap(nullptr, mappingSize_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                    0);
+    mapping_ =
+        mmap(nullptr, mappingSize_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapping_ == MAP_FAILED) throw std::bad_alloc();
     auto* base = static_cast<uint8_t*>(mapping_);
     mprotect(edge == Edge::End ? base + usable : base, page, PROT_NONE);

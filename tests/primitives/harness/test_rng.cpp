@@ -54,11 +54,20 @@ void FillPattern(uint8_t* data, std::size_t length, Pattern pattern, std::mt1993
   for (std::size_t i = 0; i < length;) {
     int value = 0, run = 1;
     switch (pattern) {
-      case Pattern::Random: value = byte(rng); break;
-      case Pattern::AllMax: value = 0xFF; break;
-      case Pattern::AllMin: break;
-      case Pattern::Alternating: value = (i & 1) ? 0xFF : 0x00; break;
-      case Pattern::Runs: value = byte(rng), run = runLength(rng); break;
+      case Pattern::Random:
+        value = byte(rng);
+        break;
+      case Pattern::AllMax:
+        value = 0xFF;
+        break;
+      case Pattern::AllMin:
+        break;
+      case Pattern::Alternating:
+        value = (i & 1) ? 0xFF : 0x00;
+        break;
+      case Pattern::Runs:
+        value = byte(rng), run = runLength(rng);
+        break;
     }
     for (; run > 0 && i < length; --run) data[i++] = static_cast<uint8_t>(value);
   }

@@ -35,6 +35,6 @@ std::string VariantParamName(const ::testing::TestParamInfo<int32_t>& info);
 
 }  // namespace corvane::test
 
-#define CORVANE_INSTANTIATE_VARIANT_TESTS(Suite)                              \
+#define CORVANE_INSTANTIATE_VARIANT_TESTS(Suite)                             \
   INSTANTIATE_TEST_SUITE_P(Variants, Suite, ::testing::Range<int32_t>(0, 6), \
                            ::corvane::test::VariantParamName)

@@ -28,12 +28,12 @@ struct Forms {
   Const8Fn const8[2];
   Const16Fn const16[2];
 };
-#define CORVANE_FORMS_OF(v)                                                                       \
-  Forms{{&v::ownCopyReplicateBorder_8u_C3R, &v::ownCopyReplicateBorder_8u_C4R,                    \
-         &v::ownCopyReplicateBorder_16_C3R, &v::ownCopyReplicateBorder_16_C4R},                   \
-        {&v::ownCopyReplicateBorderInPlace_8u_C3R, &v::ownCopyReplicateBorderInPlace_8u_C4R,      \
-         &v::ownCopyReplicateBorderInPlace_16_C3R, &v::ownCopyReplicateBorderInPlace_16_C4R},     \
-        {&v::ownCopyConstBorder_8u_C3R, &v::ownCopyConstBorder_8u_C4R},                           \
+#define CORVANE_FORMS_OF(v)                                                                   \
+  Forms{{&v::ownCopyReplicateBorder_8u_C3R, &v::ownCopyReplicateBorder_8u_C4R,                \
+         &v::ownCopyReplicateBorder_16_C3R, &v::ownCopyReplicateBorder_16_C4R},               \
+        {&v::ownCopyReplicateBorderInPlace_8u_C3R, &v::ownCopyReplicateBorderInPlace_8u_C4R,  \
+         &v::ownCopyReplicateBorderInPlace_16_C3R, &v::ownCopyReplicateBorderInPlace_16_C4R}, \
+        {&v::ownCopyConstBorder_8u_C3R, &v::ownCopyConstBorder_8u_C4R},                       \
         {&v::ownCopyConstBorder_16_C3R, &v::ownCopyConstBorder_16_C4R}},
 const Forms kForms[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_FORMS_OF)};
 #undef CORVANE_FORMS_OF
@@ -51,9 +51,10 @@ std::vector<uint8_t> Expected(const uint8_t* src, int32_t srcStep, ImageSize src
       const int32_t sx = x - left, sy = y - top;
       const bool outside = sx < 0 || sy < 0 || sx >= srcRoi.width || sy >= srcRoi.height;
       const uint8_t* from =
-          outside && value ? value
-                           : src + static_cast<intptr_t>(std::clamp(sy, 0, srcRoi.height - 1)) * srcStep +
-                                 std::clamp(sx, 0, srcRoi.width - 1) * px;
+          outside && value
+              ? value
+              : src + static_cast<intptr_t>(std::clamp(sy, 0, srcRoi.height - 1)) * srcStep +
+                    std::clamp(sx, 0, srcRoi.width - 1) * px;
       std::memcpy(&out[(static_cast<size_t>(y) * dstRoi.width + x) * px], from, px);
     }
   }
@@ -169,7 +170,8 @@ TEST_P(BorderCopyTest, PlainCopy) {
     GuardedImage src(from), dst(to);
     src.Fill(Pattern::Random, Rng());
     ASSERT_EQ(kCopies[Variant()](src.data(), src.step(), dst.data(), dst.step(), roi), StatusOk);
-    EXPECT_TRUE(SameRows(src.data(), src.step(), dst.data(), dst.step(), roi.width * 3, roi.height));
+    EXPECT_TRUE(
+        SameRows(src.data(), src.step(), dst.data(), dst.step(), roi.width * 3, roi.height));
     EXPECT_TRUE(dst.CheckGuards());
   }
   uint8_t px[3] = {};

@@ -38,11 +38,11 @@ class MedianFilterTest : public VariantTest {
                                            mask, border, kValue, scratch.data()),
               StatusOk)
         << what;
-    const BorderedSource oracle{src.region(), src.step(), roi, border & 0xF0,
-                                (border & 0xF) == BorderReplicate, kValue};
+    const BorderedSource oracle{
+        src.region(), src.step(), roi, border & 0xF0, (border & 0xF) == BorderReplicate, kValue};
     const std::vector<uint8_t> expected = ReferenceMedian8uC3(oracle, mask);
-    EXPECT_TRUE(SameRows(expected.data(), roi.width * 3, dst.data(), dst.step(), roi.width * 3,
-                         roi.height))
+    EXPECT_TRUE(
+        SameRows(expected.data(), roi.width * 3, dst.data(), dst.step(), roi.width * 3, roi.height))
         << what;
     EXPECT_TRUE(dst.CheckGuards()) << what;
     EXPECT_TRUE(src.Untouched()) << what;
@@ -76,7 +76,8 @@ TEST_P(MedianFilterTest, EveryFlagCombinationInBothModes) {
           if (HasFatalFailure() || HasNonfatalFailure()) return;
         }
       }
-      Check(roi, mask, BorderMemoryAll, ImageLayout{1, 1, 0, true, 1}, ImageLayout{1, 1, 9, true, 7});
+      Check(roi, mask, BorderMemoryAll, ImageLayout{1, 1, 0, true, 1},
+            ImageLayout{1, 1, 9, true, 7});
     }
   }
 }
@@ -102,8 +103,8 @@ TEST_P(MedianFilterTest, ReadsNothingOutsideTheRegion) {
                                                  border, kValue, scratch.data()),
                     StatusOk);
           const BorderedSource oracle{src.data(), step, roi, 0, border == BorderReplicate, kValue};
-          EXPECT_TRUE(SameRows(ReferenceMedian8uC3(oracle, mask).data(), step, dst.data(), step,
-                               step, h))
+          EXPECT_TRUE(
+              SameRows(ReferenceMedian8uC3(oracle, mask).data(), step, dst.data(), step, step, h))
               << Describe(roi, mask, border, {}, {});
         }
       }
@@ -133,8 +134,8 @@ TEST_P(MedianFilterTest, ClosedFormCases) {
   {
     const uint8_t src[9] = {1, 9, 5, 2, 7, 9, 3, 8, 1};
     uint8_t dst[9] = {};
-    ASSERT_EQ(ownFilterMedianBorder_8u_C3R(src, 9, dst, 9, {3, 1}, {3, 1}, BorderReplicate,
-                                           nullptr, scratch),
+    ASSERT_EQ(ownFilterMedianBorder_8u_C3R(src, 9, dst, 9, {3, 1}, {3, 1}, BorderReplicate, nullptr,
+                                           scratch),
               StatusOk);
     EXPECT_EQ(dst[3], 2);
     EXPECT_EQ(dst[4], 8);

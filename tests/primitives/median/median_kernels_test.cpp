@@ -134,8 +134,8 @@ TEST_P(MedianKernelTest, ReadsOnlyTheMaskRows) {
               ReferenceMedianDirect(first, step, roi, mask, form, dst);
           kTables[Variant()]()[group * kMedianSlotCount + slot](first, step, dst.data(), w * px,
                                                                 roi, mask, nullptr);
-          EXPECT_EQ(dst, expected) << "group " << group << " slot " << slot << " region " << w
-                                   << "x" << roi.height;
+          EXPECT_EQ(dst, expected)
+              << "group " << group << " slot " << slot << " region " << w << "x" << roi.height;
         }
       }
     }
@@ -157,9 +157,8 @@ TEST_P(MedianKernelTest, ValuePatterns) {
         std::vector<uint8_t> dst(static_cast<size_t>(roi.width) * px * roi.height, 0x42);
         const std::vector<uint8_t> expected =
             ReferenceMedianDirect(first, step, roi, kTableMasks[slot], form, dst);
-        kTables[Variant()]()[group * kMedianSlotCount + slot](first, step, dst.data(),
-                                                              roi.width * px, roi,
-                                                              kTableMasks[slot], nullptr);
+        kTables[Variant()]()[group * kMedianSlotCount + slot](
+            first, step, dst.data(), roi.width * px, roi, kTableMasks[slot], nullptr);
         EXPECT_EQ(dst, expected) << PatternName(pattern) << " group " << group << " slot " << slot;
       }
     }

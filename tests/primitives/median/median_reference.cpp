@@ -44,7 +44,8 @@ int32_t ReadElement(const uint8_t* p, const ElementForm& form) {
   if (form.elementBytes == 1) return *p;
   uint16_t raw;
   std::memcpy(&raw, p, 2);
-  return form.isSigned ? static_cast<int32_t>(static_cast<int16_t>(raw)) : static_cast<int32_t>(raw);
+  return form.isSigned ? static_cast<int32_t>(static_cast<int16_t>(raw))
+                       : static_cast<int32_t>(raw);
 }
 
 void WriteElement(uint8_t* p, int32_t v, const ElementForm& form) {
@@ -79,8 +80,9 @@ std::vector<uint8_t> ReferenceMedianDirect(const uint8_t* src, int32_t srcStep, 
           }
         }
         std::sort(values.begin(), values.end());
-        WriteElement(&out[y * rowBytes + static_cast<size_t>(x) * pixelBytes + c * form.elementBytes],
-                     values[values.size() / 2], form);
+        WriteElement(
+            &out[y * rowBytes + static_cast<size_t>(x) * pixelBytes + c * form.elementBytes],
+            values[values.size() / 2], form);
       }
     }
   }

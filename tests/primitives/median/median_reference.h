@@ -17,9 +17,9 @@ struct BorderedSource {
   const uint8_t* origin;  // region's first pixel
   int32_t step;
   ImageSize roi;
-  uint32_t flags;         // high nibble of the border type
-  bool replicate;         // else constant
-  const uint8_t* value;   // three bytes, constant mode
+  uint32_t flags;        // high nibble of the border type
+  bool replicate;        // else constant
+  const uint8_t* value;  // three bytes, constant mode
   uint8_t At(int32_t x, int32_t y, int32_t c) const;
 };
 

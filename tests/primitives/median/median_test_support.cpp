@@ -15,7 +15,8 @@ FramedImage::FramedImage(ImageSize roi, int32_t pixelBytes, ImageLayout placemen
   image_.Fill(Pattern::Random, rng);
   region_ = image_.row(kMargin) + kMargin * pixelBytes;
   const ImageLayout& l = image_.layout();
-  for (int32_t y = 0; y < l.rows; ++y) copy_.insert(copy_.end(), image_.row(y), image_.row(y) + l.rowBytes);
+  for (int32_t y = 0; y < l.rows; ++y)
+    copy_.insert(copy_.end(), image_.row(y), image_.row(y) + l.rowBytes);
 }
 
 ::testing::AssertionResult FramedImage::Untouched() const {

@@ -153,9 +153,12 @@ TEST_P(WarpGeometryTest, CoefficientRefusalsInOrder) {
   } const cases[] = {
       {{0, 0, 4, 4}, nullptr, c, StatusNullPointer},
       {{0, 0, 4, 4}, good, nullptr, StatusNullPointer},
-      {{-1, 0, 4, 4}, bowTie, c, StatusSize},       {{0, 0, 0, 4}, good, c, StatusSize},
-      {{0, 0, 1, 4}, bowTie, c, StatusQuad},        {{0, 0, 4, 4}, repeated, c, StatusQuad},
-      {{0, 0, 4, 4}, flat, c, StatusQuad},          {{0, 0, 1, 4}, good, c, StatusRectangle},
+      {{-1, 0, 4, 4}, bowTie, c, StatusSize},
+      {{0, 0, 0, 4}, good, c, StatusSize},
+      {{0, 0, 1, 4}, bowTie, c, StatusQuad},
+      {{0, 0, 4, 4}, repeated, c, StatusQuad},
+      {{0, 0, 4, 4}, flat, c, StatusQuad},
+      {{0, 0, 1, 4}, good, c, StatusRectangle},
       {{0, 0, 4, 1}, good, c, StatusRectangle},
   };
   for (const Case& k : cases) {
@@ -262,8 +265,10 @@ TEST_P(WarpGeometryTest, RowBoundaryReachAndExactCorners) {
     double leftX, rightX;
     int32_t wantLeft, wantRight;
   } const cases[] = {
-      {4 + 1e-14, 20 - 1e-14, 4, 20}, {4 + 1e-12, 20 - 1e-12, 5, 19},
-      {0, 30, 0, 30},                 {-7.5, 40.25, 0, 30},
+      {4 + 1e-14, 20 - 1e-14, 4, 20},
+      {4 + 1e-12, 20 - 1e-12, 5, 19},
+      {0, 30, 0, 30},
+      {-7.5, 40.25, 0, 30},
   };
   for (const Case& c : cases) {
     const double quad[8] = {c.leftX, 0, c.rightX, 0, c.rightX, 10, c.leftX, 10};

@@ -110,9 +110,8 @@ TEST_P(WarpTest, MatchesReference) {
     ASSERT_TRUE(dst.CheckGuards()) << "round " << round;
     ASSERT_TRUE(test::SameRows(expected.data(), expected.step(), dst.data(), dst.step(),
                                layout.rowBytes, layout.rows))
-        << "round " << round << ": source " << srcSize.width << "x" << srcSize.height
-        << ", map " << c[1] << " " << c[2] << " " << c[3] << " / " << c[5] << " " << c[6] << " "
-        << c[7];
+        << "round " << round << ": source " << srcSize.width << "x" << srcSize.height << ", map "
+        << c[1] << " " << c[2] << " " << c[3] << " / " << c[5] << " " << c[6] << " " << c[7];
   }
   EXPECT_GT(drawn, 40);
 }
@@ -174,8 +173,8 @@ TEST_P(WarpTest, RefusalsInOrderWriteNothing) {
                                      k.dstRect, k.c, k.mode, k.scratch),
               k.want)
         << k.what;
-    ASSERT_TRUE(test::SameRows(untouched.data(), 0, dst.data(), dst.step(), layout.rowBytes,
-                               layout.rows))
+    ASSERT_TRUE(
+        test::SameRows(untouched.data(), 0, dst.data(), dst.step(), layout.rowBytes, layout.rows))
         << k.what;
   }
   EXPECT_TRUE(dst.CheckGuards());

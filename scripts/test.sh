@@ -17,19 +17,7 @@ jobs=$(nproc)
 scripts/install-deps.sh || { echo "dependency install failed"; exit 1; }
 
 # A private X server for the renderer's tests.
-xvfb_pid=""
-start_xvfb() {
-  for n in $(seq 90 120); do
-    [[ -e /tmp/.X11-unix/X$n || -e /tmp/.X$n-lock ]] && continue
-    Xvfb :$n -screen 0 1920x1080x24 -nolisten tcp -noreset >/dev/null 2>&1 &
-    xvfb_pid=$!
-    for _ in $(seq 50); do [[ -e /tmp/.X11-unix/X$n ]] && break; sleep 0.1; done
-    export DISPLAY=:$n
-    return 0
-  done
-  echo "no free display for Xvfb"
-}
-trap '[[ -n "$xvfb_pid" ]] && kill "$xvfb_pid" 2>/dev/null' EXIT
+source scripts/lib/xvfb.sh
 start_xvfb
 
 result_dirs=()

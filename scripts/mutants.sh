@@ -43,7 +43,7 @@ start_xvfb
 
 cmake -S "$tree" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >"$work/configure.log" 2>&1 ||
   { cat "$work/configure.log"; exit 2; }
-run_suite() { (cd "$build" && ctest -j "$(nproc)" --timeout 600 --stop-on-failure "$@" >"$work/ctest.log" 2>&1); }
+run_suite() { (cd "$build" && ctest -j "$(nproc)" --timeout 600 --stop-on-failure "$@" >"$work/ctest.log" 2>&1 </dev/null); }
 cmake --build "$build" -j "$(nproc)" >"$work/build.log" 2>&1 || { tail -n 40 "$work/build.log"; exit 2; }
 run_suite || { echo "the unmutated suite fails; see $work/ctest.log"; exit 2; }
 
@@ -63,13 +63,12 @@ EOF
 }
 
 caught=0 total=0 escaped=()
-while IFS=$'\t' read -r name file search repl what; do
-  [[ -z "$name" || "$name" == \#* ]] && continue
+while IFS=$'\x1f' read -r -d '' name file search repl what; do
   [[ -n "$only" && ! "$name" =~ $only ]] && continue
   total=$((total + 1))
   cp -p "$tree/$file" "$work/original" 2>/dev/null || { echo "$name: no file $file"; exit 2; }
   apply "$tree/$file" "$search" "$repl" || { echo "$name: stale fault"; exit 2; }
-  if ! cmake --build "$build" -j "$(nproc)" >"$work/build.log" 2>&1; then
+  if ! cmake --build "$build" -j "$(nproc)" >"$work/build.log" 2>&1 </dev/null; then
     cp "$work/original" "$tree/$file"
     echo "$name: the fault does not compile"; tail -n 20 "$work/build.log"; exit 2
   fi
@@ -78,14 +77,27 @@ while IFS=$'\t' read -r name file search repl what; do
     printf 'ESCAPED  %-28s %s\n' "$name" "$what"
   else
     caught=$((caught + 1))
-    by=$(grep -m1 -oE '\*\*\*Failed|Failed +[0-9.]+ sec|Exception|Timeout' "$work/ctest.log" >/dev/null &&
-      grep -m1 -E '(Failed|Exception|Timeout)' "$work/ctest.log" | sed -E 's/.*Test +#[0-9]+: ([^ ]+).*/\1/')
+    by=$(grep -m1 -E 'Test +#[0-9]+: .*(\*\*\*|Failed|Exception|Timeout)' "$work/ctest.log" |
+      sed -E 's/.*#[0-9]+: ([^ ]+).*/\1/')
     printf 'caught   %-28s %s  [%s]\n' "$name" "$what" "${by:-?}"
   fi
   # Put the original back with a fresh time stamp so the next build sees it.
   cp "$work/original" "$tree/$file"
   touch "$tree/$file"
-done < <(cat "${lists[@]}")
+done < <(python3 - "${lists[@]}" <<'EOF'
+# One record a fault, fields split by 0x1f and records by NUL, so that an
+# empty replacement survives the shell's reading.
+import sys
+for path in sys.argv[1:]:
+    for number, line in enumerate(open(path), 1):
+        if not line.strip() or line.startswith("#"):
+            continue
+        fields = line.rstrip("\n").split("\t")
+        if len(fields) != 5:
+            sys.exit(f"{path}:{number}: {len(fields)} fields, not 5")
+        sys.stdout.write("\x1f".join(fields) + "\0")
+EOF
+)
 
 cmake --build "$build" -j "$(nproc)" >"$work/build.log" 2>&1
 echo "caught $caught of $total"

@@ -1,66 +1,12 @@
-// The bitmap family of exports. BmpReSizeEx cuts a rectangle out of a 24-bit
-// bitmap and scales it, nearest neighbour, to the size the caller wished for,
-// as a warp of the rectangle onto the whole destination.
-#include <cstring>
-
+// The bitmap family of exports: BmpReSizeEx crops and scales, the other four
+// have no implementation.
+#include "bitmap/bitmap.h"
 #include "corvane.h"
-#include "primitives/core/aligned_memory.h"
-#include "primitives/warp/warp.h"
 
 namespace {
 
-using corvane::ImageRect;
-using corvane::ImageSize;
-namespace prim = corvane::primitives;
-
 // One body serves the four bitmap operations that have no implementation.
 int32_t NotImplemented() { return ResultNotImplemented; }
-
-// Header arithmetic is 32-bit and wraps, like the fields it fills.
-int32_t Add32(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
-}
-int32_t Mul32(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
-}
-
-// |wish| rounded down to a multiple of 8, which also keeps a 24-bit row a
-// multiple of 8 bytes.
-int32_t RoundedSide(int32_t wish) {
-  const uint32_t magnitude = wish < 0 ? 0u - static_cast<uint32_t>(wish) : uint32_t(wish);
-  return static_cast<int32_t>(magnitude & ~7u);
-}
-
-int32_t RowBytes(const BITMAPINFOHEADER& h) { return Mul32(h.biBitCount, h.biWidth) / 8; }
-
-// The crop {x, y, width, height} drawn over the whole dW x dH destination.
-// 1 when done, 0 when a primitive refused, ResultBadArgument for a scratch
-// size that isn't positive.
-int32_t ScaleCrop(const BITMAPINFOHEADER& srcHeader, const uint8_t* srcBits, ImageRect srcRect,
-                  const BITMAPINFOHEADER& dstHeader, uint8_t* dstBits) {
-  // The warp moves three-byte pixels: another bit count would walk off the rows.
-  if (srcHeader.biBitCount != 24 || dstHeader.biBitCount != 24) return 0;
-  const ImageSize srcSize{srcHeader.biWidth, srcHeader.biHeight};
-  const ImageRect dstRect{0, 0, dstHeader.biWidth, dstHeader.biHeight};
-  const double dW = dstRect.width, dH = dstRect.height;
-  // The far corner is (dW, dH), one past the last pixel.
-  const double quad[8] = {0.0, 0.0, dW, 0.0, dW, dH, 0.0, dH};
-  double coeffs[8];
-  if (prim::ownGetBilinearCoeffs(srcRect, quad, coeffs) != corvane::StatusOk) return 0;
-  int32_t size = 0;
-  if (prim::ownWarpBilinearBufferSize(srcSize, srcRect, dstRect, corvane::WarpSourceToDestination,
-                                      coeffs, corvane::WarpNearest, &size) != corvane::StatusOk) {
-    return 0;
-  }
-  if (size <= 0) return ResultBadArgument;
-  // No memory gives a null block, which the warp refuses.
-  auto* scratch = static_cast<uint8_t*>(prim::ownMallocAligned(size));
-  const corvane::PrimitiveStatus status = prim::ownWarpBilinear_8u_C3R(
-      srcBits, srcSize, RowBytes(srcHeader), srcRect, dstBits, RowBytes(dstHeader), dstRect, coeffs,
-      corvane::WarpNearest, scratch);
-  prim::ownFreeAligned(scratch);
-  return status == corvane::StatusOk ? 1 : 0;
-}
 
 }  // namespace
 
@@ -73,21 +19,7 @@ int32_t BmpStretchDIBEx2(void) { return NotImplemented(); }
 
 int32_t BmpReSizeEx(const BITMAPINFOHEADER* srcHeader, const uint8_t* srcBits, int32_t x, int32_t y,
                     int32_t width, int32_t height, BITMAPINFOHEADER* dstHeader, uint8_t* dstBits) {
-  if (!srcHeader || !srcBits || !dstHeader || !dstBits) return 0;
-  // A crop that runs past the image, or has no width or height, is not
-  // scaled: the whole source is copied as it stands.
-  const bool copyWhole = Add32(x, width) > srcHeader->biWidth ||
-                         Add32(y, height) > srcHeader->biHeight || width == 0 || height == 0;
-  // The size produced, written back on either road and whatever follows.
-  dstHeader->biWidth = RoundedSide(dstHeader->biWidth);
-  dstHeader->biHeight = RoundedSide(dstHeader->biHeight);
-  dstHeader->biSizeImage = static_cast<uint32_t>(
-      Mul32(Mul32(dstHeader->biBitCount, dstHeader->biWidth), dstHeader->biHeight) / 8);
-  if (copyWhole) {
-    std::memmove(dstBits, srcBits, srcHeader->biSizeImage);
-    return 1;
-  }
-  return ScaleCrop(*srcHeader, srcBits, ImageRect{x, y, width, height}, *dstHeader, dstBits);
+  return corvane::bitmap::CropAndScale(srcHeader, srcBits, x, y, width, height, dstHeader, dstBits);
 }
 
 }  // extern "C"

@@ -29,9 +29,11 @@ function(corvane_add_variant_sources target)
   endforeach()
 endfunction()
 
-# corvane_add_subsystem(<target> <sources...>): a static archive of PIC objects.
+# corvane_add_subsystem(<target> <sources...>): a static archive of PIC objects,
+# registered for the shared object and the full static archive of src/library.
 function(corvane_add_subsystem target)
   add_library(${target} STATIC ${ARGN})
+  set_property(GLOBAL APPEND PROPERTY CORVANE_SUBSYSTEMS ${target})
   target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
   target_compile_definitions(${target} PRIVATE CORVANE_BUILDING_LIBRARY)
   corvane_warnings(${target})

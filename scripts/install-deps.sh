@@ -7,6 +7,7 @@ packages=(
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev ffmpeg
   libxcb1-dev libxcb-shm0-dev xvfb
   libgtest-dev libgmock-dev libbenchmark-dev binutils
+  dpkg-dev file
 )
 if [[ "${1:-}" == "--bench" ]]; then packages+=(libopencv-dev); fi
 missing=()

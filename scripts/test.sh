@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test of the project, on a machine that may never have
 # seen it: installs what is missing, then runs four stages
-#   1. the whole suite (RelWithDebInfo, GCC)
+#   1. the whole suite (RelWithDebInfo, GCC), and that build installed, packaged
+#      and used as clients would (tests/install/consumer_test.sh)
 #   2. the whole suite under AddressSanitizer + UndefinedBehaviorSanitizer
 #   3. the threaded tests (ctest label "threads") under ThreadSanitizer
 #   4. each libFuzzer target for FUZZ_SECONDS (default 60) under ASan + UBSan
@@ -38,6 +39,8 @@ stage() {
 
 mkdir -p build
 stage "suite" build/main "" -- -DCMAKE_BUILD_TYPE=RelWithDebInfo
+# The suite's build installed and packaged, and used as a client would.
+tests/install/consumer_test.sh build/main || status=1
 if ((quick == 0)); then
   stage "suite under ASan+UBSan" build/asan "" -- -DCMAKE_BUILD_TYPE=Debug \
     -DCORVANE_SANITIZE=address,undefined

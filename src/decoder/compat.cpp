@@ -80,6 +80,25 @@ int DecodeVideo2(AVCodecContext* context, AVFrame* frame, int* gotPicture, AVPac
   return result == AVERROR(EAGAIN) ? 0 : result;
 }
 
+int DrainOne(AVCodecContext* context, AVFrame* frame, PictureQueue* queue) {
+  if (Pop(queue, frame)) return 0;
+  // A decoder already draining refuses the end mark again: harmless.
+  const int sent = avcodec_send_packet(context, nullptr);
+  if (sent < 0 && sent != AVERROR_EOF) return sent;
+  return avcodec_receive_frame(context, frame);
+}
+
+bool PutBack(PictureQueue* queue, AVFrame* frame) {
+  if (queue->count == PictureQueue::kCapacity) return false;
+  const int slot = (queue->head + PictureQueue::kCapacity - 1) % PictureQueue::kCapacity;
+  if (!queue->slots[slot]) queue->slots[slot] = av_frame_alloc();
+  if (!queue->slots[slot]) return false;
+  av_frame_move_ref(queue->slots[slot], frame);
+  queue->head = slot;
+  ++queue->count;
+  return true;
+}
+
 void ClearQueue(PictureQueue* queue) {
   for (AVFrame*& slot : queue->slots) av_frame_free(&slot);
   queue->head = 0;

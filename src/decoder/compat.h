@@ -38,6 +38,17 @@ void FreeContext(AVCodecContext** context);
 int DecodeVideo2(AVCodecContext* context, AVFrame* frame, int* gotPicture, AVPacket* packet,
                  PictureQueue* queue, const uint8_t* data, int size);
 
+// The end-of-stream road, apart from DecodeVideo2: queued pictures first, then
+// those the decoder still holds, one a call. The first call tells the decoder
+// that the stream has ended; after that it takes no packet until it is made
+// anew. 0 with a picture in `frame`, AVERROR_EOF when none is left, or another
+// negative value on a decoder error.
+int DrainOne(AVCodecContext* context, AVFrame* frame, PictureQueue* queue);
+
+// Puts the picture in `frame` back in front of the queue, to come out next.
+// False (and the picture dropped) when the queue is full.
+bool PutBack(PictureQueue* queue, AVFrame* frame);
+
 // Drops every queued picture and the frames that held them.
 void ClearQueue(PictureQueue* queue);
 

@@ -33,15 +33,46 @@ void FillFromSps(const SpsRecord& sps, BITMAPINFOHEADER* header) {
   header->biSizeImage = static_cast<uint32_t>(Wrapped(width * height * 3u * 8u) / 8);
 }
 
-// Reads the unit at the start of the packet and gives the size of sequence
-// parameter set 0. Raises H264PARSER::cException when the packet defines no
-// such set.
-void ReadSizeFromPacket(const uint8_t* data, int32_t size, BITMAPINFOHEADER* header) {
+// Reads the unit at the start of `data` and gives the size of sequence
+// parameter set 0. Raises H264PARSER::cException when the unit defines no such
+// set.
+void ReadSizeFromUnit(const uint8_t* data, int32_t size, BITMAPINFOHEADER* header) {
   cParser parser(kParserBufferBytes, true);
   parser.Reset();
   if (size > 0) parser.Append(data, size);  // the parser keeps its first 1000 bytes
   parser.Process();
   FillFromSps(parser.Context().ActivateSPS(0), header);
+}
+
+// The offset of the next start code (00 00 01) at or after `from` whose unit is
+// a sequence parameter set, or -1.
+int32_t NextSpsUnit(const uint8_t* data, int32_t size, int32_t from) {
+  constexpr uint8_t kSpsUnitType = 7;
+  for (int32_t i = from; i + 3 < size; ++i) {
+    if (data[i + 2] > 1) {
+      i += 2;  // no start code can end before i + 3
+    } else if (data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1 &&
+               (data[i + 3] & 0x1F) == kSpsUnitType) {
+      return i;
+    }
+  }
+  return -1;
+}
+
+// Each sequence parameter set unit of the packet in turn, until one defines
+// set 0. Whatever stands before it (delimiter, SEI of any length, picture
+// parameters) is passed over. Raises as ReadSizeFromUnit when none does.
+void ReadSizeFromAnyUnit(const uint8_t* data, int32_t size, BITMAPINFOHEADER* header) {
+  if (!data) size = 0;
+  for (int32_t at = NextSpsUnit(data, size, 0); at >= 0; at = NextSpsUnit(data, size, at + 3)) {
+    try {
+      ReadSizeFromUnit(data + at, size - at, header);
+      return;
+    } catch (H264PARSER::cException* e) {
+      delete e;
+    }
+  }
+  H264PARSER::Raise("no sequence parameter set 0 in the packet");
 }
 
 }  // namespace
@@ -58,7 +89,10 @@ bool RunFirstFramesStep(CodecSession& session, const uint8_t* data, int32_t size
   // The parser is best effort: a packet it can't read leaves the session
   // unsettled, and the next packet gets a new decoder and a new attempt.
   try {
-    ReadSizeFromPacket(data, size, header);
+    if (session.options & CORVANE_OPTION_PARAMETERS_ANYWHERE)
+      ReadSizeFromAnyUnit(data, size, header);
+    else
+      ReadSizeFromUnit(data, size, header);
   } catch (H264PARSER::cException* e) {
     delete e;
     std::memset(header, 0, sizeof(*header));

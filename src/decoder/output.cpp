@@ -25,7 +25,10 @@ int32_t RunStage(CodecSession& session, int32_t mode, uint8_t* dst) {
   if (mode == ModeNone) return 0;
   if (!PrepareConversion(session, picture)) return ResultNoResource;
   if (IsFilterMode(mode)) return RunFilterStage(session, mode, picture, dst);
-  return ConvertAllButLastRow(session, picture, dst) ? 0 : ResultNoResource;
+  const bool converted = (session.options & CORVANE_OPTION_FULL_PICTURE)
+                             ? ConvertAllRows(session, picture, dst)
+                             : ConvertAllButLastRow(session, picture, dst);
+  return converted ? 0 : ResultNoResource;
 }
 
 }  // namespace

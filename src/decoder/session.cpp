@@ -52,6 +52,7 @@ int32_t ResetSession(CodecSession* session) {
     session->codecId.store(0, std::memory_order_relaxed);
   }
   session->needsInit = true;
+  session->draining = false;
   return 1;
 }
 
@@ -64,6 +65,13 @@ int32_t CloseSession(CodecSession* session) {
 
 void SetFrameCallback(CodecSession* session, FrameCallback callback) {
   session->frameCallback.store(callback, std::memory_order_relaxed);
+}
+
+int32_t SetOptions(CodecSession* session, uint32_t options) {
+  if (options & ~KnownOptions) return ResultBadArgument;
+  ScopedLock sessionLock(session->mutex);
+  session->options = options;
+  return 0;
 }
 
 }  // namespace corvane::decoder

@@ -27,6 +27,13 @@ struct CodecSession {
   std::atomic<FrameCallback> frameCallback{nullptr};
   bool needsInit = true;
 
+  // CORVANE_OPTION_* flags; kept across resets. The filter mode of the last
+  // decompress call, which a drain delivers with; and whether the decoder has
+  // been told the stream ended.
+  uint32_t options = 0;
+  int32_t lastMode = ModePlain;
+  bool draining = false;
+
   // The packet handed to the decoder and the pictures it had waiting.
   AVPacket* packet = nullptr;
   compat::PictureQueue pending;

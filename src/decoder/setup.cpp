@@ -28,15 +28,20 @@ const char* SelectDecoderName(int32_t codecId) {
   }
 }
 
-void Configure(AVCodecContext* context) {
+void Configure(AVCodecContext* context, uint32_t options) {
   // FFmpeg picks the thread count; slice threads only, which add no delay
-  // between a packet and its picture.
+  // between a packet and its picture. Frame threads keep every core busy on
+  // single-slice streams, at the price of pictures coming out packets later.
   context->thread_count = 0;
   context->thread_type = FF_THREAD_SLICE;
+  if (options & CORVANE_OPTION_FRAME_THREADS) context->thread_type |= FF_THREAD_FRAME;
   // Damaged pictures are still shown, as is everything before the first key
   // frame: a live stream joined midway shows something at once.
   context->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
-  context->flags2 |= AV_CODEC_FLAG2_FAST | AV_CODEC_FLAG2_SHOW_ALL;
+  context->flags2 |= AV_CODEC_FLAG2_SHOW_ALL;
+  // The fast flag skips the deblocking of slice edges that sliced decoding
+  // would have to wait for.
+  if (!(options & CORVANE_OPTION_CONFORMANT)) context->flags2 |= AV_CODEC_FLAG2_FAST;
 }
 
 }  // namespace
@@ -52,7 +57,7 @@ int32_t SetUpDecoder(CodecSession& session, int32_t codecId) {
   ReleaseDecoderObjects(session);
   session.codecContext = avcodec_alloc_context3(session.codec);
   if (!session.codecContext) return ResultDecoderUnavailable;
-  Configure(session.codecContext);
+  Configure(session.codecContext, session.options);
   if (avcodec_open2(session.codecContext, session.codec, nullptr) < 0)
     return ResultDecoderUnavailable;
 

@@ -14,6 +14,10 @@ int32_t CodecDecompress(CodecSession* session, const uint8_t* data, int32_t size
   if (boundCodec != 0 && boundCodec != codecId) ResetSession(session);
 
   ScopedLock sessionLock(session->mutex);
+  // A stream fed again after a drain began starts over, as after a complete
+  // drain: what the decoder still held is dropped.
+  if (session->draining) ResetSession(session);
+  session->lastMode = mode;
   if (session->needsInit) {
     const int32_t setUp = SetUpDecoder(*session, codecId);
     if (setUp != 0) return setUp;

@@ -1,6 +1,6 @@
-// The shared object as a client loads it: exactly the 18 exports, a versioned
-// soname, the named mutexes made at load, the results every export gives
-// without a session.
+// The shared object as a client loads it: exactly the 18 exports and the
+// extensions of corvane_ext.h, a versioned soname, the named mutexes made at
+// load, the results every export gives without a session.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -28,7 +28,7 @@ std::string Shell(const std::string& command) {
   return output;
 }
 
-TEST(SharedObject, ExportsExactlyTheEighteenFunctions) {
+TEST(SharedObject, ExportsTheEighteenFunctionsAndTheExtensions) {
   // Every defined dynamic symbol but the version node itself (type A).
   const std::string all =
       Shell("nm -D --defined-only '" CORVANE_SO_PATH "' | awk '$2 != \"A\" { print $3 }'");
@@ -52,7 +52,10 @@ TEST(SharedObject, ExportsExactlyTheEighteenFunctions) {
                                           "VideoRenderClose",
                                           "VideoRenderFrame",
                                           "VideoRenderOpen",
-                                          "VideoRenderSetFPS"};
+                                          "VideoRenderSetFPS",
+                                          "corvane_codec_drain",
+                                          "corvane_codec_set_options",
+                                          "corvane_version"};
   EXPECT_EQ(got, expected);
 }
 

@@ -20,8 +20,9 @@ size_t PictureBytes(int width, int height) {
   return width > 0 && height > 0 ? static_cast<size_t>(width) * height * 3 : 0;
 }
 
-// The library leaves the bottom row of a picture unwritten; repeating the row
-// above it keeps stale bytes out of the files.
+// Without CORVANE_OPTION_FULL_PICTURE the library leaves the bottom row of a
+// picture unwritten; repeating the row above it keeps stale bytes out of the
+// files.
 void RepeatRowAboveLast(uint8_t* bgr, int width, int height) {
   if (height < 2) return;
   const size_t row = static_cast<size_t>(width) * 3;
@@ -30,20 +31,22 @@ void RepeatRowAboveLast(uint8_t* bgr, int width, int height) {
 
 }  // namespace
 
-DecodeClient::DecodeClient(Codec codec, bool median, bool callbackOnly)
+DecodeClient::DecodeClient(Codec codec, bool median, bool callbackOnly, uint32_t options)
     : decompress_(codec == Codec::H265 ? H265CodecDecompress
                   : median             ? H264CodecDecompressMedian
                                        : H264CodecDecompress),
-      callbackOnly_(callbackOnly) {
+      callbackOnly_(callbackOnly),
+      fullPicture_((options & CORVANE_OPTION_FULL_PICTURE) != 0) {
   if (median && codec != Codec::H264)
     throw std::runtime_error("the median clean-up is for H.264 streams only");
   session_ = H264CodecOpen();
   if (!session_) throw std::runtime_error("the library gave no decoder session");
   // A picture that doesn't fit the buffer comes through the callback instead of
   // being dropped; the buffer then grows to the picture's size.
-  if (H264CodecSetCallback(session_, &DecodeClient::OnFrame) != 0) {
+  if (H264CodecSetCallback(session_, &DecodeClient::OnFrame) != 0 ||
+      corvane_codec_set_options(session_, options) != 0) {
     H264CodecClose(session_);
-    throw std::runtime_error("the library refused the frame callback");
+    throw std::runtime_error("the library refused the session's set-up");
   }
 }
 
@@ -64,13 +67,14 @@ void DecodeClient::Grow(size_t bytes) {
   if (bytes > buffer_.size()) buffer_.resize(bytes);
 }
 
-int DecodeClient::Feed(const uint8_t* data, int size, DecodedPicture& picture) {
+template <typename Call>
+int DecodeClient::Run(Call call, int delivered, DecodedPicture& picture) {
   BITMAPINFOHEADER header{};
   header.biCompression = header.biClrUsed = header.biClrImportant = kUntouched;
   overflowReady_ = false;
   const int32_t outSize = callbackOnly_ ? 0 : static_cast<int32_t>(buffer_.size());
   t_feeding = this;
-  const int rc = decompress_(session_, data, size, &header, buffer_.data(), outSize);
+  const int rc = call(&header, buffer_.data(), outSize);
   t_feeding = nullptr;
   ++results_[rc];
 
@@ -81,7 +85,7 @@ int DecodeClient::Feed(const uint8_t* data, int size, DecodedPicture& picture) {
     picture.height = overflowHeight_;
     pixels = overflow_.data();
     if (!callbackOnly_) Grow(overflow_.size());
-  } else if (rc == 0 && header.biSize == 40 && header.biCompression == kUntouched) {
+  } else if (rc == delivered && header.biSize == 40 && header.biCompression == kUntouched) {
     picture.width = header.biWidth;
     picture.height = header.biHeight;
     pixels = buffer_.data();
@@ -93,10 +97,24 @@ int DecodeClient::Feed(const uint8_t* data, int size, DecodedPicture& picture) {
     Grow(PictureBytes(header.biWidth, header.biHeight));
   }
   if (pixels) {
-    RepeatRowAboveLast(pixels, picture.width, picture.height);
+    if (!fullPicture_) RepeatRowAboveLast(pixels, picture.width, picture.height);
     picture.bgr = pixels;
   }
   return rc;
+}
+
+int DecodeClient::Feed(const uint8_t* data, int size, DecodedPicture& picture) {
+  return Run(
+      [&](BITMAPINFOHEADER* header, uint8_t* out, int32_t outSize) {
+        return decompress_(session_, data, size, header, out, outSize);
+      },
+      0, picture);
+}
+
+int DecodeClient::Drain(DecodedPicture& picture) {
+  return Run([&](BITMAPINFOHEADER* header, uint8_t* out,
+                 int32_t outSize) { return corvane_codec_drain(session_, header, out, outSize); },
+             1, picture);
 }
 
 }  // namespace corvane::tools

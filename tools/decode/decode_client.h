@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "corvane.h"
+#include "corvane_ext.h"
 #include "packet_source.h"
 
 namespace corvane::tools {
@@ -17,11 +18,18 @@ struct DecodedPicture {
   const uint8_t* bgr = nullptr;  // width * 3 bytes a row, top row first
 };
 
+// What a client of ordinary files turns on (corvane_ext.h): settle on streams
+// whose packets open with a delimiter or an SEI, every row written, the
+// standard's decode of multi-slice streams, frame threads.
+constexpr uint32_t kFileOptions = CORVANE_OPTION_PARAMETERS_ANYWHERE | CORVANE_OPTION_FULL_PICTURE |
+                                  CORVANE_OPTION_CONFORMANT | CORVANE_OPTION_FRAME_THREADS;
+
 class DecodeClient {
  public:
   // `median`: the median clean-up export (H.264 only). `callbackOnly`: every
-  // picture through the frame callback (an output size of 0).
-  DecodeClient(Codec codec, bool median, bool callbackOnly);
+  // picture through the frame callback (an output size of 0). `options`:
+  // CORVANE_OPTION_* flags for the session, 0 for the 18 exports as designed.
+  DecodeClient(Codec codec, bool median, bool callbackOnly, uint32_t options);
   ~DecodeClient();
   DecodeClient(const DecodeClient&) = delete;
   DecodeClient& operator=(const DecodeClient&) = delete;
@@ -29,6 +37,9 @@ class DecodeClient {
   // Feeds one packet and gives the export's result. A picture that came out is
   // in `picture`, valid until the next call; `picture.bgr` is null otherwise.
   int Feed(const uint8_t* data, int size, DecodedPicture& picture);
+  // At the end of the stream: one picture the decoder still held, as Feed
+  // gives it. corvane_codec_drain's result: 1 picture, 0 none left.
+  int Drain(DecodedPicture& picture);
 
   // How often each result code came back.
   const std::map<int, long>& results() const { return results_; }
@@ -38,10 +49,17 @@ class DecodeClient {
                                  int32_t);
   static void OnFrame(const CodecFrameRecord* record);
   void Grow(size_t bytes);
+  // Runs one call of the library with this client's buffer and callback, and
+  // hands out what it delivered: `call` is given the header, the buffer and its
+  // size, and returns the library's result; `delivered` is the result that
+  // says a picture came.
+  template <typename Call>
+  int Run(Call call, int delivered, DecodedPicture& picture);
 
   CodecHandle session_ = nullptr;
   Decompress decompress_;
   bool callbackOnly_;
+  bool fullPicture_;
   std::vector<uint8_t> buffer_;    // the output buffer handed to the library
   std::vector<uint8_t> overflow_;  // a picture that came through the callback
   int overflowWidth_ = 0;

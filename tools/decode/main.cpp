@@ -2,12 +2,20 @@
 // packet a call, writes the pictures it is asked for and prints a summary.
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <memory>
 #include <set>
 #include <string>
 #include <utility>
+
+extern "C" {
+#include <libavutil/avutil.h>
+#include <libavutil/log.h>
+}
 
 #include "decode_client.h"
 #include "options.h"
@@ -45,17 +53,46 @@ const char* ResultName(int code) {
 
 double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
-// A one-line count on a terminal, redrawn in place a few times a second.
+// Errors FFmpeg reported while reading or decoding, shown or not: a sign of a
+// damaged or truncated file. Counted from any thread (FFmpeg's decoder threads
+// log too).
+std::atomic<long> g_ffmpegErrors{0};
+
+void CountingLog(void* context, int level, const char* format, va_list args) {
+  if (level <= AV_LOG_ERROR) ++g_ffmpegErrors;
+  av_log_default_callback(context, level, format, args);
+}
+
+// "1:02:03.4" or "2:03.4".
+std::string MediaTime(double seconds) {
+  const long tenths = static_cast<long>(seconds * 10 + 0.5);
+  char text[32];
+  if (tenths >= 36000)
+    std::snprintf(text, sizeof text, "%ld:%02ld:%02ld.%ld", tenths / 36000, tenths / 600 % 60,
+                  tenths / 10 % 60, tenths % 10);
+  else
+    std::snprintf(text, sizeof text, "%ld:%02ld.%ld", tenths / 600, tenths / 10 % 60, tenths % 10);
+  return text;
+}
+
+// A one-line count on a terminal, redrawn in place a few times a second: how far
+// into the stream (when the container tells its length), pictures, speed.
 class Progress {
  public:
-  explicit Progress(bool enabled) : enabled_(enabled), start_(Clock::now()) {}
-  void Update(long packets, long pictures) {
+  Progress(bool enabled, double duration)
+      : enabled_(enabled), duration_(duration), start_(Clock::now()) {}
+  void Update(long pictures, double time) {
+    if (time > reached_) reached_ = time;
     if (!enabled_) return;
     const auto now = Clock::now();
     if (now - last_ < std::chrono::milliseconds(200)) return;
     last_ = now;
     const double elapsed = Seconds(now - start_);
-    std::fprintf(stderr, "\r%ld packets, %ld pictures, %.1f pictures/s ", packets, pictures,
+    std::string where;
+    if (duration_ > 0 && reached_ >= 0)
+      where = std::to_string(static_cast<int>(100 * std::min(reached_ / duration_, 1.0))) + "% " +
+              MediaTime(reached_) + " / " + MediaTime(duration_) + ", ";
+    std::fprintf(stderr, "\r%s%ld pictures, %.1f pictures/s ", where.c_str(), pictures,
                  elapsed > 0 ? pictures / elapsed : 0.0);
     std::fflush(stderr);
     shown_ = true;
@@ -63,9 +100,13 @@ class Progress {
   void Clear() {
     if (shown_) std::fputs("\r\033[K", stderr);
   }
+  // The furthest media time reached, -1 when no packet told one.
+  double reached() const { return reached_; }
 
  private:
   bool enabled_;
+  double duration_;
+  double reached_ = -1.0;
   bool shown_ = false;
   Clock::time_point start_;
   Clock::time_point last_{};
@@ -74,6 +115,7 @@ class Progress {
 struct Tally {
   long packets = 0;
   long pictures = 0;
+  long drained = 0;  // of the pictures, those the drain gave
   long written = 0;
   std::set<std::pair<int, int>> sizes;
   Clock::duration inDecoder{};
@@ -88,10 +130,12 @@ void PrintSummary(const Options& options, const PacketSource& source, const Deco
                   const Tally& tally, Clock::duration total) {
   std::printf("input:    %s (%s, %s)\n", options.input.c_str(), CodecName(source.codec()),
               source.kind().c_str());
-  std::printf("export:   %s%s\n", ExportName(source.codec(), options.median),
+  std::printf("export:   %s%s%s\n", ExportName(source.codec(), options.median),
+              options.strict ? ", as designed (--strict)" : " with the file options and drain",
               options.callback ? ", every picture through the callback" : "");
   std::printf("packets:  %ld\n", tally.packets);
   std::printf("pictures: %ld\n", tally.pictures);
+  if (!options.strict) std::printf("drained:  %ld\n", tally.drained);
   std::string sizes;
   for (const auto& [w, h] : tally.sizes)
     sizes += (sizes.empty() ? "" : ", ") + std::to_string(w) + "x" + std::to_string(h);
@@ -109,34 +153,72 @@ void PrintSummary(const Options& options, const PacketSource& source, const Deco
   std::printf("fps:      %.1f\n", decoding > 0 ? tally.pictures / decoding : 0.0);
 }
 
+// What the user should know about a file that didn't read or decode cleanly.
+void WarnOfDamage(const PacketSource& source, const DecodeClient& client, double reached) {
+  if (!source.stopReason().empty())
+    std::fprintf(stderr, "corvane-decode: warning: reading stopped early: %s\n",
+                 source.stopReason().c_str());
+  const auto failed = client.results().find(ResultDecodeFailed);
+  const long errors = g_ffmpegErrors.load();
+  if (failed != client.results().end() || errors > 0)
+    std::fprintf(stderr,
+                 "corvane-decode: warning: %ld packets refused by the decoder, %ld errors "
+                 "reported by FFmpeg: the file is damaged or truncated\n",
+                 failed != client.results().end() ? failed->second : 0, errors);
+  // A container that tells its length while its packets stop well short of
+  // it (two seconds, or a tenth) has lost its end.
+  const double missing = source.duration() - reached;
+  if (source.duration() > 0 && reached >= 0 && missing > std::min(2.0, source.duration() / 10))
+    std::fprintf(stderr,
+                 "corvane-decode: warning: the stream ends at %s of the %s its container states\n",
+                 MediaTime(reached).c_str(), MediaTime(source.duration()).c_str());
+}
+
 int Run(const Options& options) {
   const auto start = Clock::now();
   std::unique_ptr<PacketSource> source = OpenPacketSource(options.input, options.codec);
-  DecodeClient client(source->codec(), options.median, options.callback);
+  DecodeClient client(source->codec(), options.median, options.callback,
+                      options.strict ? 0u : kFileOptions);
   std::unique_ptr<PictureWriter> writer;
   if (options.outDir) writer = std::make_unique<PictureWriter>(*options.outDir, options.format);
 
-  Progress progress(!options.quiet && isatty(STDERR_FILENO));
+  Progress progress(!options.quiet && (options.progress || isatty(STDERR_FILENO)),
+                    source->duration());
   Tally tally;
+  auto take = [&](const DecodedPicture& picture) {
+    if (writer && tally.pictures % options.every == 0) {
+      writer->Write(tally.pictures, picture.bgr, picture.width, picture.height);
+      ++tally.written;
+    }
+    tally.sizes.emplace(picture.width, picture.height);
+    ++tally.pictures;
+  };
+  auto wanted = [&] { return options.max == 0 || tally.pictures < options.max; };
   PacketView packet;
-  while ((options.max == 0 || tally.pictures < options.max) && source->Next(packet)) {
-    DecodedPicture picture;
+  DecodedPicture picture;
+  while (wanted() && source->Next(packet)) {
     const auto before = Clock::now();
     client.Feed(packet.data, packet.size, picture);
     tally.inDecoder += Clock::now() - before;
     ++tally.packets;
-    if (picture.bgr) {
-      if (writer && tally.pictures % options.every == 0) {
-        writer->Write(tally.pictures, picture.bgr, picture.width, picture.height);
-        ++tally.written;
-      }
-      tally.sizes.emplace(picture.width, picture.height);
-      ++tally.pictures;
-    }
-    progress.Update(tally.packets, tally.pictures);
+    if (picture.bgr) take(picture);
+    progress.Update(tally.pictures, packet.time);
+  }
+  // The pictures still inside the decoder: those behind reordering, and those
+  // in flight in its frame threads.
+  while (!options.strict && wanted()) {
+    const auto before = Clock::now();
+    const int drained = client.Drain(picture);
+    tally.inDecoder += Clock::now() - before;
+    if (drained != 1) break;
+    take(picture);
+    ++tally.drained;
   }
   progress.Clear();
-  if (!options.quiet) PrintSummary(options, *source, client, tally, Clock::now() - start);
+  if (!options.quiet) {
+    PrintSummary(options, *source, client, tally, Clock::now() - start);
+    if (options.max == 0) WarnOfDamage(*source, client, progress.reached());
+  }
   if (tally.pictures == 0) {
     std::fprintf(stderr, "corvane-decode: no picture decoded from %s\n", options.input.c_str());
     return 1;
@@ -161,6 +243,13 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, stdout);
     return 0;
   }
+  if (options.version) {
+    std::printf("corvane-decode %s\nlibcorvane %s\nFFmpeg %s\n", CORVANE_TOOL_VERSION,
+                corvane_version(), av_version_info());
+    return 0;
+  }
+  av_log_set_level(options.logLevel);
+  av_log_set_callback(CountingLog);
   try {
     return Run(options);
   } catch (const std::exception& e) {

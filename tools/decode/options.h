@@ -19,8 +19,12 @@ struct Options {
   bool median = false;         // --median
   bool callback = false;       // --callback: every picture through the frame callback
   long max = 0;                // --max: stop after this many pictures; 0 = all
+  bool strict = false;         // --strict: the 18 exports alone, no option, no drain
+  int logLevel = 16;           // --loglevel: FFmpeg's log level (AV_LOG_ERROR)
+  bool progress = false;       // --progress: the progress line even when not on a terminal
   bool quiet = false;
   bool help = false;
+  bool version = false;
 };
 
 // A command line that can't be run; the message says why.

@@ -126,6 +126,14 @@ class ContainerSource final : public PacketSource {
   ContainerSource(AVFormatContext* format, int stream, Codec codec, std::string kind)
       : PacketSource(codec, std::move(kind)), format_(format), stream_(stream) {
     const AVStream* st = format_->streams[stream_];
+    if (st->duration > 0)
+      duration_ = static_cast<double>(st->duration) * av_q2d(st->time_base);
+    else if (format_->duration > 0)
+      duration_ = static_cast<double>(format_->duration) / AV_TIME_BASE;
+    start_ = st->start_time == AV_NOPTS_VALUE ? 0 : st->start_time;
+    const AVRational aspect =
+        av_guess_sample_aspect_ratio(format_, format_->streams[stream_], nullptr);
+    if (aspect.num > 0 && aspect.den > 0) pixelAspect_ = av_q2d(aspect);
     const char* filterName =
         st->codecpar->codec_id == AV_CODEC_ID_H264 ? "h264_mp4toannexb" : "hevc_mp4toannexb";
     const AVBitStreamFilter* filter = av_bsf_get_by_name(filterName);
@@ -149,7 +157,12 @@ class ContainerSource final : public PacketSource {
     for (;;) {
       const int rc = av_bsf_receive_packet(bsf_, out_);
       if (rc == 0) {
-        packet = {out_->data, out_->size};
+        const int64_t stamp = out_->pts != AV_NOPTS_VALUE ? out_->pts : out_->dts;
+        const double time = stamp == AV_NOPTS_VALUE
+                                ? -1.0
+                                : static_cast<double>(stamp - start_) *
+                                      av_q2d(format_->streams[stream_]->time_base);
+        packet = {out_->data, out_->size, time};
         return true;
       }
       if (rc == AVERROR_EOF) return false;
@@ -164,7 +177,7 @@ class ContainerSource final : public PacketSource {
     for (;;) {
       const int rc = av_read_frame(format_, read_);
       if (rc < 0) {
-        if (rc != AVERROR_EOF) std::fprintf(stderr, "read stopped: %s\n", AvError(rc).c_str());
+        if (rc != AVERROR_EOF) stopReason_ = AvError(rc);
         av_bsf_send_packet(bsf_, nullptr);
         return;
       }
@@ -186,6 +199,7 @@ class ContainerSource final : public PacketSource {
 
   AVFormatContext* format_;
   int stream_;
+  int64_t start_ = 0;  // the stream's first time stamp
   AVBSFContext* bsf_ = nullptr;
   AVPacket* read_ = nullptr;
   AVPacket* out_ = nullptr;
@@ -193,7 +207,13 @@ class ContainerSource final : public PacketSource {
 
 std::unique_ptr<PacketSource> OpenContainer(const std::string& path, std::optional<Codec> forced) {
   AVFormatContext* format = nullptr;
-  int rc = avformat_open_input(&format, path.c_str(), nullptr, nullptr);
+  const bool standardInput = path == "-";
+  // Standard input can't be read twice to guess its kind: a codec given says
+  // it is a raw stream of that codec.
+  const AVInputFormat* raw = standardInput && forced
+                                 ? av_find_input_format(*forced == Codec::H264 ? "h264" : "hevc")
+                                 : nullptr;
+  int rc = avformat_open_input(&format, standardInput ? "pipe:0" : path.c_str(), raw, nullptr);
   if (rc < 0) throw std::runtime_error("cannot open " + path + ": " + AvError(rc));
   rc = avformat_find_stream_info(format, nullptr);
   const int stream =
@@ -210,7 +230,9 @@ std::unique_ptr<PacketSource> OpenContainer(const std::string& path, std::option
                              " (H.264 and H.265 only)");
   }
   const Codec codec = forced.value_or(id == AV_CODEC_ID_H264 ? Codec::H264 : Codec::H265);
-  const std::string kind = ContainerName(format->iformat->name, path) + " container";
+  const std::string kind = standardInput
+                               ? std::string(format->iformat->name) + " on standard input"
+                               : ContainerName(format->iformat->name, path) + " container";
   return std::make_unique<ContainerSource>(format, stream, codec, kind);
 }
 

@@ -32,6 +32,8 @@ const char* ResultName(int code) {
   switch (code) {
     case 0:
       return "ok";
+    case 1:
+      return "drained";
     case ResultDecoderUnavailable:
       return "ResultDecoderUnavailable";
     case ResultNoResource:
@@ -154,13 +156,16 @@ void PrintSummary(const Options& options, const PacketSource& source, const Deco
 }
 
 // What the user should know about a file that didn't read or decode cleanly.
-void WarnOfDamage(const PacketSource& source, const DecodeClient& client, double reached) {
+void WarnOfDamage(const PacketSource& source, const DecodeClient& client, double reached,
+                  bool strict) {
   if (!source.stopReason().empty())
     std::fprintf(stderr, "corvane-decode: warning: reading stopped early: %s\n",
                  source.stopReason().c_str());
   const auto failed = client.results().find(ResultDecodeFailed);
   const long errors = g_ffmpegErrors.load();
-  if (failed != client.results().end() || errors > 0)
+  // The designed exports refuse every packet before one that opens with the
+  // parameters, and FFmpeg complains of each: no damage in that.
+  if (!strict && (failed != client.results().end() || errors > 0))
     std::fprintf(stderr,
                  "corvane-decode: warning: %ld packets refused by the decoder, %ld errors "
                  "reported by FFmpeg: the file is damaged or truncated\n",
@@ -217,7 +222,7 @@ int Run(const Options& options) {
   progress.Clear();
   if (!options.quiet) {
     PrintSummary(options, *source, client, tally, Clock::now() - start);
-    if (options.max == 0) WarnOfDamage(*source, client, progress.reached());
+    if (options.max == 0) WarnOfDamage(*source, client, progress.reached(), options.strict);
   }
   if (tally.pictures == 0) {
     std::fprintf(stderr, "corvane-decode: no picture decoded from %s\n", options.input.c_str());

@@ -10,26 +10,10 @@
 #include <string>
 
 #include "common/streams.h"
+#include "tools/shell.h"
 
 namespace corvane::test {
 namespace {
-
-struct Ran {
-  int status = -1;
-  std::string out;  // standard output, then standard error when merged
-};
-
-// Runs a shell command line and collects what it prints.
-Ran Shell(const std::string& command) {
-  Ran run;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (!pipe) return run;
-  char chunk[4096];
-  while (size_t n = fread(chunk, 1, sizeof chunk, pipe)) run.out.append(chunk, n);
-  const int raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
-}
 
 std::string Tool(const std::string& args) {
   return std::string("'") + CORVANE_DECODE_TOOL + "' " + args;

@@ -14,24 +14,12 @@
 #include <thread>
 
 #include "common/streams.h"
+#include "tools/shell.h"
 
 namespace corvane::test {
 namespace {
 
-struct Ran {
-  int status = -1;
-  std::string out;
-};
-
-Ran Play(const std::string& args) {
-  Ran run;
-  FILE* pipe = popen(("'" CORVANE_PLAY_TOOL "' " + args + " 2>&1").c_str(), "r");
-  char chunk[4096];
-  while (size_t n = fread(chunk, 1, sizeof chunk, pipe)) run.out.append(chunk, n);
-  const int raw = pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return run;
-}
+Ran Play(const std::string& args) { return Shell("'" CORVANE_PLAY_TOOL "' " + args + " 2>&1"); }
 
 TEST(PlayTool, CommandLine) {
   const Ran help = Play("--help");

@@ -4,8 +4,8 @@
 // input, and what the command line offers around them.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <string>
 
@@ -26,73 +26,69 @@ std::string Folder(const std::string& name) {
   return dir;
 }
 
-long FfprobeCount(const std::string& path) {
-  const Ran run = Shell(
-      "ffprobe -v error -count_frames -select_streams v:0 -show_entries "
-      "stream=nb_read_frames -of csv=p=0 '" +
-      path + "'");
-  return std::strtol(run.out.c_str(), nullptr, 10);
-}
-
 struct FileCase {
   const char* label;
   const char* file;  // the extension picks the container
-  int width;
-  int height;
   const char* args;
-  const char* source;
+  bool odd = false;  // 175x143 testsrc rather than 160x96 testsrc2
+  const char* options = "";
 };
 void PrintTo(const FileCase& c, std::ostream* os) { *os << c.label; }
 
 #define X264 "-c:v libx264 "
 #define X265 "-c:v libx265 -x265-params log-level=error "
-// libx264 and libx265 defaults: B-frames, and for H.264 a B-pyramid; in MP4 and
-// MKV the parameter sets come behind an SEI, in MPEG-TS behind a delimiter.
+// The encoders' defaults: B-frames, for H.264 a B-pyramid; in MP4 and MKV the
+// parameter sets come behind an SEI, in MPEG-TS behind a delimiter.
 const FileCase kFiles[] = {
-    {"h264_raw", "f.h264", 160, 96, X264, "testsrc2"},
-    {"h264_mp4_sei_first", "f.mp4", 160, 96, X264, "testsrc2"},
-    {"h264_mkv", "f.mkv", 160, 96, X264, "testsrc2"},
-    {"h264_ts_aud_first", "f.ts", 160, 96, X264, "testsrc2"},
-    {"h264_mp4_aud_sei_first", "aud.mp4", 160, 96, X264 "-x264-params aud=1", "testsrc2"},
-    {"h264_mkv_strict_pyramid", "pyr.mkv", 160, 96, X264 "-bf 4 -x264-params b-pyramid=strict",
-     "testsrc2"},
-    {"h264_mkv_3_slices", "slices.mkv", 160, 96, X264 "-x264-params slices=3", "testsrc2"},
-    {"h264_ts_interlaced", "inter.ts", 160, 96, X264 "-flags +ildct+ilme -x264-params tff=1",
-     "testsrc2"},
-    {"h264_raw_444_odd", "odd444.h264", 175, 143, X264 "-pix_fmt yuv444p", "testsrc"},
-    {"h264_mp4_422", "h422.mp4", 160, 96, X264 "-pix_fmt yuv422p", "testsrc2"},
-    {"h265_raw", "f.hevc", 160, 96, X265, "testsrc2"},
-    {"h265_mp4", "f.mp4", 160, 96, X265, "testsrc2"},
-    {"h265_mkv", "f.mkv", 160, 96, X265, "testsrc2"},
-    {"h265_ts", "f.ts", 160, 96, X265, "testsrc2"},
-    {"h265_mkv_10bit", "f10.mkv", 160, 96, X265 "-pix_fmt yuv420p10le", "testsrc2"},
-    {"h265_mp4_444_odd", "odd444.mp4", 175, 143, X265 "-pix_fmt yuv444p", "testsrc"},
+    {"h264_raw", "f.h264", X264},
+    {"h264_mp4_sei_first", "f.mp4", X264},
+    {"h264_mkv", "f.mkv", X264},
+    {"h264_mkv_callback", "f.mkv", X264, false, "--callback"},
+    {"h264_ts_aud_first", "f.ts", X264},
+    {"h264_mp4_aud_sei_first", "aud.mp4", X264 "-x264-params aud=1"},
+    {"h264_mkv_strict_pyramid", "pyr.mkv", X264 "-bf 4 -x264-params b-pyramid=strict"},
+    {"h264_mkv_3_slices", "slices.mkv", X264 "-x264-params slices=3"},
+    {"h264_ts_interlaced", "inter.ts", X264 "-flags +ildct+ilme -x264-params tff=1"},
+    {"h264_raw_444_odd", "odd444.h264", X264 "-pix_fmt yuv444p", true},
+    {"h264_mp4_422", "h422.mp4", X264 "-pix_fmt yuv422p"},
+    {"h265_raw", "f.hevc", X265},
+    {"h265_mp4", "f.mp4", X265},
+    {"h265_mkv", "f.mkv", X265},
+    {"h265_ts", "f.ts", X265},
+    {"h265_mkv_10bit", "f10.mkv", X265 "-pix_fmt yuv420p10le"},
+    {"h265_mp4_444_odd", "odd444.mp4", X265 "-pix_fmt yuv444p", true},
 };
 constexpr int kFrames = 14;
 
+std::string File(const FileCase& c) {
+  return MakeStream(std::string(c.label) + "_" + c.file, c.odd ? 175 : 160, c.odd ? 143 : 96,
+                    kFrames, c.args, c.odd ? "testsrc" : "testsrc2");
+}
+const std::string kCount = "\npictures: " + std::to_string(kFrames) + "\n";
+
 class DecodeFiles : public testing::TestWithParam<FileCase> {};
 
+// Exactly the pictures ffprobe counts, byte for byte FFmpeg's BGR24 (10-bit
+// pictures too: FFmpeg's 8-bit conversion of them is the same one).
 TEST_P(DecodeFiles, EveryPictureFfprobeCountsAsFfmpegConvertsIt) {
-  const FileCase& c = GetParam();
-  const std::string input =
-      MakeStream(std::string(c.label) + "_" + c.file, c.width, c.height, kFrames, c.args, c.source);
-  const long count = FfprobeCount(input);
-  ASSERT_EQ(count, kFrames) << input;
-  const std::string dir = Folder(c.label);
-  const Ran run = Shell(Tool("'" + input + "' --format raw --out '" + dir + "' 2>&1"));
-  ASSERT_EQ(run.status, 0) << run.out;
-  EXPECT_NE(run.out.find("\npictures: " + std::to_string(count) + "\n"), std::string::npos)
-      << run.out;
+  const std::string input = File(GetParam()), dir = Folder(GetParam().label);
+  ASSERT_EQ(Shell("ffprobe -v error -count_frames -select_streams v:0 -show_entries "
+                  "stream=nb_read_frames -of csv=p=0 '" +
+                  input + "'")
+                .out.substr(0, 3),
+            std::to_string(kFrames) + "\n");
+  const Ran run =
+      Shell(Tool("'" + input + "' --format raw --out '" + dir + "' 2>&1 " + GetParam().options));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_NE(run.out.find(kCount), std::string::npos) << run.out;
   EXPECT_EQ(run.out.find("warning"), std::string::npos) << run.out;
-  // 10-bit pictures too: FFmpeg's 8-bit BGR24 of them is the same conversion.
-  const Ran ffmpeg = Shell("ffmpeg -nostdin -loglevel error -y -i '" + input +
-                           "' -pix_fmt bgr24 -sws_flags fast_bilinear -fps_mode passthrough "
-                           "-f rawvideo '" +
-                           dir + "/ffmpeg.bgr'");
-  ASSERT_EQ(ffmpeg.status, 0) << ffmpeg.out;
-  const std::vector<uint8_t> got = ReadFile(dir + "/pictures.bgr");
-  EXPECT_EQ(got.size(), size_t(count) * c.width * c.height * 3);
-  EXPECT_TRUE(got == ReadFile(dir + "/ffmpeg.bgr")) << "pictures differ from FFmpeg's";
+  ASSERT_EQ(Shell("ffmpeg -nostdin -loglevel error -i '" + input +
+                  "' -pix_fmt bgr24 -sws_flags "
+                  "fast_bilinear -fps_mode passthrough -f rawvideo '" +
+                  dir + "/ffmpeg.bgr'")
+                .status,
+            0);
+  EXPECT_TRUE(ReadFile(dir + "/pictures.bgr") == ReadFile(dir + "/ffmpeg.bgr"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Matrix, DecodeFiles, testing::ValuesIn(kFiles),
@@ -100,59 +96,36 @@ INSTANTIATE_TEST_SUITE_P(Matrix, DecodeFiles, testing::ValuesIn(kFiles),
                            return std::string(info.param.label);
                          });
 
-std::string File(int index) {
-  const FileCase& c = kFiles[index];
-  return MakeStream(std::string(c.label) + "_" + c.file, c.width, c.height, kFrames, c.args,
-                    c.source);
-}
-
-// A file cut at 60 %: what it holds comes out, with a warning, and the exit
-// status says pictures came; --quiet silences all of it, FFmpeg included.
-TEST(DecodeTool, TruncatedFileDecodesWhatItCanAndWarns) {
-  for (int index : {0, 2, 3}) {
-    const std::string input = File(index);
-    const std::vector<uint8_t> bytes = ReadFile(input);
-    const std::string cut =
-        Folder("truncated") + "/cut" + std::filesystem::path(input).extension().string();
-    FILE* out = std::fopen(cut.c_str(), "wb");
-    std::fwrite(bytes.data(), 1, bytes.size() * 6 / 10, out);
-    std::fclose(out);
-    SCOPED_TRACE(input);
+// Cut at 60 %, a file gives what it holds with a warning and exit status 0;
+// --quiet silences all of it, FFmpeg included. Standard input, probed or raw;
+// the designed exports alone (--strict) never settle on SEI-first packets; the
+// progress line knows the container's length.
+TEST(DecodeTool, TruncatedFilesStandardInputStrictAndProgress) {
+  for (int index : {0, 2, 4}) {
+    const std::vector<uint8_t> bytes = ReadFile(File(kFiles[index]));
+    const std::string cut = Folder("cut") + "/cut" + std::string(kFiles[index].file).substr(1);
+    std::ofstream(cut).write(reinterpret_cast<const char*>(bytes.data()), bytes.size() * 6 / 10);
     const Ran run = Shell(Tool("'" + cut + "' 2>&1"));
-    EXPECT_EQ(run.status, 0) << run.out;
+    EXPECT_EQ(run.status, 0) << cut;
+    EXPECT_TRUE(std::regex_search(run.out, std::regex("\npictures: ([3-9]|1[0-3])\n"))) << run.out;
     EXPECT_NE(run.out.find("corvane-decode: warning: "), std::string::npos) << run.out;
-    const long pictures = std::strtol(run.out.c_str() + run.out.find("pictures:") + 9, nullptr, 10);
-    EXPECT_GT(pictures, 2) << run.out;
-    EXPECT_LT(pictures, kFrames) << run.out;
-    const Ran quiet = Shell(Tool("'" + cut + "' --quiet 2>&1"));
-    EXPECT_EQ(quiet.status, 0);
-    EXPECT_EQ(quiet.out, "");
+    EXPECT_EQ(Shell(Tool("'" + cut + "' --quiet 2>&1")).out, "");
   }
-}
-
-TEST(DecodeTool, StandardInputStrictVersionAndProgress) {
-  const std::string count = "\npictures: " + std::to_string(kFrames) + "\n";
   const struct {
-    const char* label;
     std::string command;
     int status;
-    std::string expected;  // a regular expression found in what it prints
+    std::string expected;  // a regular expression
   } cases[] = {
-      {"probed standard input", "cat '" + File(3) + "' | " + Tool("- 2>&1"), 0, count},
-      {"raw standard input", "cat '" + File(10) + "' | " + Tool("- --codec h265 2>&1"), 0, count},
-      // The designed exports never settle on packets that open with an SEI.
-      {"strict", Tool("'" + File(1) + "' --strict --loglevel quiet 2>&1"), 1, "no picture decoded"},
-      {"version", Tool("--version"), 0,
-       "^corvane-decode [0-9]+\\.[0-9]+\\.[0-9]+\nlibcorvane [0-9.]+\nFFmpeg "},
-      {"progress", Tool("'" + File(2) + "' --progress 2>&1 >/dev/null"), 0,
+      {"cat '" + File(kFiles[4]) + "' | " + Tool("- 2>&1"), 0, kCount},
+      {"cat '" + File(kFiles[11]) + "' | " + Tool("- --codec h265 2>&1"), 0, kCount},
+      {Tool("'" + File(kFiles[1]) + "' --strict --loglevel quiet 2>&1"), 1, "no picture decoded"},
+      {Tool("'" + File(kFiles[2]) + "' --progress 2>&1 >/dev/null"), 0,
        "\r[0-9]+% 0:00\\.[0-9] / 0:00\\.[56], [0-9]+ pictures"},
-      {"bad log level", Tool("'" + File(2) + "' --loglevel loud 2>&1"), 2,
-       "unknown log level 'loud'"},
   };
   for (const auto& c : cases) {
     const Ran run = Shell(c.command);
-    EXPECT_EQ(run.status, c.status) << c.label << "\n" << run.out;
-    EXPECT_TRUE(std::regex_search(run.out, std::regex(c.expected))) << c.label << "\n" << run.out;
+    EXPECT_EQ(run.status, c.status) << c.command;
+    EXPECT_TRUE(std::regex_search(run.out, std::regex(c.expected))) << c.command << run.out;
   }
 }
 

@@ -1,6 +1,5 @@
 // corvane-play as a user runs it, on the X server of $DISPLAY: every frame to
-// the last, a window of the picture's shape that fits the screen, the keys, and
-// the command line.
+// the last, a window of the picture's shape that fits the screen, the keys.
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
@@ -21,27 +20,6 @@ namespace {
 
 Ran Play(const std::string& args) { return Shell("'" CORVANE_PLAY_TOOL "' " + args + " 2>&1"); }
 
-TEST(PlayTool, CommandLine) {
-  const Ran help = Play("--help");
-  EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("Usage: corvane-play INPUT", 0), 0u) << help.out;
-  const struct {
-    const char* args;
-    int status;
-    const char* message;
-  } cases[] = {
-      {"--loop clip.mp4", 2, "unknown option --loop"},
-      {"--fps 0 clip.mp4", 2, "--fps wants a whole number from 1 to 1000, not '0'"},
-      {"", 2, "no input file"},
-      {"/nonexistent/clip.mp4", 1, "cannot open /nonexistent/clip.mp4"},
-  };
-  for (const auto& c : cases) {
-    const Ran run = Play(c.args);
-    EXPECT_EQ(run.status, c.status) << c.args;
-    EXPECT_NE(run.out.find(c.message), std::string::npos) << c.args << ": " << run.out;
-  }
-}
-
 class PlayOnX : public testing::Test {
  protected:
   void SetUp() override {
@@ -54,21 +32,20 @@ class PlayOnX : public testing::Test {
   // The player's window, found by its title, or 0 after some seconds.
   xcb_window_t WaitForWindow(const std::string& title) {
     for (int attempt = 0; attempt < 100; ++attempt) {
-      xcb_query_tree_reply_t* tree =
-          xcb_query_tree_reply(xcb_, xcb_query_tree(xcb_, screen_->root), nullptr);
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      auto* tree = xcb_query_tree_reply(xcb_, xcb_query_tree(xcb_, screen_->root), nullptr);
       xcb_window_t found = 0;
       for (int i = 0; tree && i < xcb_query_tree_children_length(tree); ++i) {
         const xcb_window_t w = xcb_query_tree_children(tree)[i];
-        xcb_get_property_reply_t* name = xcb_get_property_reply(
+        auto* name = xcb_get_property_reply(
             xcb_, xcb_get_property(xcb_, 0, w, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 0, 256), nullptr);
-        if (name && std::string(static_cast<const char*>(xcb_get_property_value(name)),
-                                xcb_get_property_value_length(name)) == title)
+        if (name && title == std::string(static_cast<const char*>(xcb_get_property_value(name)),
+                                         xcb_get_property_value_length(name)))
           found = w;
         std::free(name);
       }
       std::free(tree);
       if (found) return found;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return 0;
   }
@@ -77,15 +54,13 @@ class PlayOnX : public testing::Test {
   void Press(xcb_window_t window, uint32_t keysym) {
     const xcb_setup_t* setup = xcb_get_setup(xcb_);
     const int count = setup->max_keycode - setup->min_keycode + 1;
-    xcb_get_keyboard_mapping_reply_t* map = xcb_get_keyboard_mapping_reply(
+    auto* map = xcb_get_keyboard_mapping_reply(
         xcb_, xcb_get_keyboard_mapping(xcb_, setup->min_keycode, count), nullptr);
-    ASSERT_NE(map, nullptr);
-    const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(map);
     xcb_key_press_event_t event{};
-    for (int k = 0; k < count && !event.detail; ++k)
-      if (syms[k * map->keysyms_per_keycode] == keysym) event.detail = setup->min_keycode + k;
+    for (int k = 0; map && k < count && !event.detail; ++k)
+      if (xcb_get_keyboard_mapping_keysyms(map)[k * map->keysyms_per_keycode] == keysym)
+        event.detail = setup->min_keycode + k;
     std::free(map);
-    ASSERT_NE(event.detail, 0) << "no key gives " << keysym;
     event.response_type = XCB_KEY_PRESS;
     event.event = window;
     event.root = screen_->root;
@@ -98,46 +73,39 @@ class PlayOnX : public testing::Test {
   xcb_screen_t* screen_ = nullptr;
 };
 
-// Every frame ffprobe counts, the last ones from the drain; pixels twice as wide
-// as tall make a window of twice the width, scaled down to fit the screen.
-TEST_F(PlayOnX, ShowsEveryFrameInAWindowOfThePicturesShape) {
-  const std::string square = MakeStream("play.mkv", 160, 96, 14, "-c:v libx264 -bf 3", "testsrc2");
-  Ran run = Play("'" + square + "' --fps 100");
-  EXPECT_EQ(run.status, 0) << run.out;
+// Every frame to the last (14, the last ones from the drain) in a window of the
+// picture's size. Pixels twice as wide as tall make a window twice as wide,
+// scaled down to the screen; in it space pauses and q quits: a clip of 4 s at
+// 25 frames a second ends after a handful of frames.
+TEST_F(PlayOnX, EveryFrameAWindowOfThePicturesShapeAndTheKeys) {
+  const std::string clip = MakeStream("play.mkv", 160, 96, 14, "-c:v libx264 -bf 3", "testsrc2");
+  Ran run = Play("'" + clip + "' --fps 100");
+  EXPECT_EQ(run.status, 0);
   EXPECT_NE(run.out.find(": 14 frames shown at 100 frames a second in a 160x96 window"),
             std::string::npos)
       << run.out;
 
   const int width = screen_->width_in_pixels * 3 / 4;  // twice that on the screen
   const std::string wide =
-      MakeStream("play_wide.mkv", width, 96, 3, "-c:v libx264 -vf setsar=2", "testsrc2");
-  run = Play("'" + wide + "' --fps 100");
-  EXPECT_EQ(run.status, 0) << run.out;
-  const int fitted = 96 * screen_->width_in_pixels / (2 * width);
-  EXPECT_NE(run.out.find("in a " + std::to_string(screen_->width_in_pixels) + "x" +
-                         std::to_string(fitted) + " window"),
-            std::string::npos)
-      << run.out;
-}
-
-// Space pauses, q quits at once: a clip of 4 s at 25 frames a second ends after a
-// handful of frames.
-TEST_F(PlayOnX, SpacePausesAndQQuits) {
-  const std::string clip = MakeStream("play_long.mkv", 160, 96, 100, "-c:v libx264", "testsrc2");
-  auto player = std::async(std::launch::async, [&] { return Play("'" + clip + "' --fps 25"); });
-  const xcb_window_t window = WaitForWindow(clip);
+      MakeStream("play_wide.mkv", width, 96, 100, "-c:v libx264 -vf setsar=2", "testsrc2");
+  auto player = std::async(std::launch::async, [&] { return Play("'" + wide + "' --fps 25"); });
+  const xcb_window_t window = WaitForWindow(wide);
   ASSERT_NE(window, 0u);
   Press(window, ' ');
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   Press(window, 'q');
   if (player.wait_for(std::chrono::seconds(3)) != std::future_status::ready) {
     ADD_FAILURE() << "q did not quit";
-    Press(window, ' ');  // let a player that stayed paused play to its end
+    Press(window, ' ');  // a player left paused plays to its end
   }
-  const Ran run = player.get();
+  run = player.get();
   EXPECT_EQ(run.status, 0) << run.out;
   std::smatch shown;
-  ASSERT_TRUE(std::regex_search(run.out, shown, std::regex(": ([0-9]+) frames shown"))) << run.out;
+  const std::string size = std::to_string(screen_->width_in_pixels) + "x" +
+                           std::to_string(96 * screen_->width_in_pixels / (2 * width));
+  ASSERT_TRUE(std::regex_search(run.out, shown,
+                                std::regex(": ([0-9]+) frames shown .* in a " + size + " window")))
+      << run.out;
   EXPECT_LT(std::stoi(shown[1]), 15) << run.out;
 }
 

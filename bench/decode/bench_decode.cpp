@@ -29,7 +29,7 @@
 #include <sys/wait.h>
 
 #include "corvane.h"
-#include "common/stream_1080p.h"
+#include "support/clips.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -38,13 +38,16 @@ extern "C" {
 
 namespace {
 
-using corvane::bench::Packets;
-constexpr int kWidth = corvane::bench::kStreamWidth;
-constexpr int kHeight = corvane::bench::kStreamHeight;
-constexpr int kFrames = corvane::bench::kStreamFrames;
+using Packets = std::vector<corvane::test::Packet>;
+constexpr int kWidth = corvane::test::k1080p.width;
+constexpr int kHeight = corvane::test::k1080p.height;
+constexpr int kFrames = corvane::test::k1080p.frames;
 constexpr size_t kPictureBytes = size_t{kWidth} * kHeight * 3;
 
-const Packets& Stream() { return corvane::bench::Stream1080p(); }
+const Packets& Stream() {
+  static const Packets packets = corvane::test::LoadPackets(corvane::test::k1080p);
+  return packets;
+}
 
 // CPU time of the whole process, FFmpeg's slice threads included: on a machine
 // that others load too, the work done varies far less than the wall time.
@@ -131,8 +134,8 @@ void BM_Ffmpeg(benchmark::State& state) {
 // The file of the command-line pair: 150 pictures, 6 seconds.
 constexpr int kFilePictures = 150;
 const std::string& File() {
-  static const std::string path = corvane::bench::MakeBenchStream(
-      "decode_1080p_x264.mp4", kWidth, kHeight, kFilePictures, "-c:v libx264 -f mp4");
+  static const std::string path = corvane::test::MakeClip(
+      {"decode_1080p_x264.mp4", kWidth, kHeight, kFilePictures, "-c:v libx264 -f mp4"});
   return path;
 }
 

@@ -18,8 +18,7 @@
 #include "corvane.h"
 #include "decoder/first_frames.h"
 #include "decoder/session.h"
-#include "common/stream_1080p.h"
-#include "packet_source.h"
+#include "support/clips.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -28,36 +27,21 @@ extern "C" {
 
 namespace {
 
-struct Stream {
-  const char* name;
-  int width;
-  int height;
-};
-
-const Stream kStreams[] = {{"firstframes_1080p.h264", 1920, 1080},
-                           {"firstframes_320x240.h264", 320, 240}};
-
-std::string MakeStream(const Stream& s) {
-  return corvane::bench::MakeBenchStream(
-      s.name, s.width, s.height, 4,
-      "-c:v libx264 -profile:v high -bf 3 -x264-params b-pyramid=normal");
-}
+#define BPYR "-c:v libx264 -profile:v high -bf 3 -x264-params b-pyramid=normal"
+const corvane::test::StreamRecipe kStreams[] = {{"firstframes_1080p.h264", 1920, 1080, 4, BPYR},
+                                                {"firstframes_320x240.h264", 320, 240, 4, BPYR}};
+#undef BPYR
 
 const std::vector<uint8_t>& FirstPacket(int index) {
   static std::map<int, std::vector<uint8_t>> packets;
   auto& packet = packets[index];
-  if (packet.empty()) {
-    auto source =
-        corvane::tools::OpenPacketSource(MakeStream(kStreams[index]), corvane::tools::Codec::H264);
-    corvane::tools::PacketView p;
-    if (source->Next(p)) packet.assign(p.data, p.data + p.size);
-  }
+  if (packet.empty()) packet = corvane::test::LoadPackets(kStreams[index]).at(0);
   return packet;
 }
 
 void Label(benchmark::State& state) {
   const std::vector<uint8_t>& packet = FirstPacket(static_cast<int>(state.range(0)));
-  state.SetLabel(std::string(kStreams[state.range(0)].name) + ", " + std::to_string(packet.size()) +
+  state.SetLabel(std::string(kStreams[state.range(0)].file) + ", " + std::to_string(packet.size()) +
                  " bytes");
 }
 
@@ -174,7 +158,7 @@ int main(int argc, char** argv) {
     const double call = m["BM_SettlingCall"][arg];
     if (step <= 0 || decode <= 0 || call <= 0) continue;
     std::printf("%s: step / decode of the packet %.5f (%.2f %%), step / settling call %.5f\n",
-                kStreams[i].name, step / decode, step / decode * 100.0, step / call);
+                kStreams[i].file, step / decode, step / decode * 100.0, step / call);
   }
   benchmark::Shutdown();
   return 0;

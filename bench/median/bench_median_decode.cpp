@@ -6,14 +6,19 @@
 
 #include "bench_median.h"
 #include "corvane.h"
-#include "common/stream_1080p.h"
+#include "support/clips.h"
 
 namespace corvane::bench {
 namespace {
 
-constexpr int kWidth = kStreamWidth, kHeight = kStreamHeight, kFrames = kStreamFrames;
+using Packets = std::vector<test::Packet>;
+constexpr int kWidth = test::k1080p.width, kHeight = test::k1080p.height,
+              kFrames = test::k1080p.frames;
 
-const Packets& Stream() { return Stream1080p(); }
+const Packets& Stream() {
+  static const Packets packets = test::LoadPackets(test::k1080p);
+  return packets;
+}
 
 using DecompressFn = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*, uint8_t*,
                                  int32_t);

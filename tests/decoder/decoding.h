@@ -1,79 +1,124 @@
-// What the decoder tests share: the test streams, FFmpeg's pictures as a
-// session decodes them, headers compared byte for byte, and a decode of a
-// whole stream through one session.
+// What the decoder's tests share: the streams most of them decode, a stream
+// fed packet by packet through one session and checked call by call, and
+// FFmpeg's pictures to hold it against.
 #pragma once
 
-#include <cstdint>
-#include <ostream>
+#include <algorithm>
+#include <cstring>
 #include <string>
-#include <vector>
 
-#include "common/reference_decode.h"
-#include "common/streams.h"
 #include "corvane.h"
+#include "support/clips.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+inline bool operator==(const BITMAPINFOHEADER& a, const BITMAPINFOHEADER& b) {
+  return !std::memcmp(&a, &b, sizeof a);
+}
 
 namespace corvane::test {
 
-struct StreamSpec {
-  const char* file;
-  int width;
-  int height;
-  int frames;
-  const char* args;
-  const char* source;
-  int codecId;
-};
+// Damaged packets come on purpose: FFmpeg would report every one.
+inline const bool kQuietFfmpeg = (av_log_set_level(AV_LOG_QUIET), true);
 
-// Streams without picture reordering: every packet gives its picture at once.
-extern const StreamSpec kBaseline176;  // H.264 baseline, CAVLC
-extern const StreamSpec kHigh320;      // H.264 high, CABAC, 4 slices a picture
-extern const StreamSpec kHevc176;      // H.265 main
-extern const StreamSpec kOdd175x143;   // H.264 high 4:4:4, odd width and height
+#define X264 "-c:v libx264 -pix_fmt yuv420p "
+#define X265 "-x265-params log-level=error:bframes="
+// clang-format off
+inline const StreamRecipe kStreams[] = {  // no reordering: each packet gives its picture
+    {"baseline_176x144.h264", 176, 144, 8, X264 "-profile:v baseline -bf 0"},
+    {"main_176x144.hevc", 176, 144, 6, "-c:v libx265 " X265 "0", "testsrc2", 173},
+    {"high_slices_320x240.h264", 320, 240, 6, X264 "-profile:v high -bf 0 -x264-params slices=4"},
+    {"high444_175x143.h264", 175, 143, 5, "-c:v libx264 -pix_fmt yuv444p -bf 0", "testsrc"},
+    {"main_174x142.h264", 174, 142, 4, X264 "-profile:v main -bf 0"},  // cropped by the decoder
+    {"main444_175x143.hevc", 175, 143, 4, "-c:v libx265 -pix_fmt yuv444p " X265 "0", "testsrc",
+     173},
+    {"main_162x120.h264", 162, 120, 3, X264 "-profile:v main -bf 0"},  // not in 16-pixel groups
+    {"high444_321x241.h264", 321, 241, 4, "-c:v libx264 -pix_fmt yuv444p -bf 0 -slices 3",
+     "testsrc"},
+    {"high422_176x144.h264", 176, 144, 4, "-c:v libx264 -pix_fmt yuv422p -bf 0"},
+    {"main_176x96.h264", 176, 96, 3, X264 "-profile:v main -bf 0"},
+    {"high444_192x131.h264", 192, 131, 3, "-c:v libx264 -pix_fmt yuv444p -bf 0", "testsrc"}};
+// clang-format on
 
-inline void PrintTo(const StreamSpec& spec, std::ostream* os) { *os << spec.file; }
-std::vector<Packet> LoadPackets(const StreamSpec& spec);
-std::string TestName(const StreamSpec& spec);  // the file name, alphanumerics only
+using Decompress = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*, uint8_t*,
+                               int32_t);
+inline Decompress For(int codecId) {
+  return codecId == 173 ? H265CodecDecompress : H264CodecDecompress;
+}
+inline int32_t Feed(CodecHandle session, const Packet& p, BITMAPINFOHEADER* header, uint8_t* out,
+                    int32_t size, int codecId = 27) {
+  return For(codecId)(session, p.data(), int32_t(p.size()), header, out, size);
+}
 
-// FFmpeg's own pictures decoded as a session decodes: slice threads with the
-// fast flag, which leaves slice edges unfiltered in streams of several slices.
-// The worker never drains; `drain` gives the pictures a decoder still holds.
-std::vector<Picture> ExpectedPictures(const std::vector<Packet>& packets, int codecId,
-                                      bool drain = false);
-
-// Per channel, the middle of the nine sorted values around each pixel, with
-// coordinates clamped to the picture.
-Picture Median3x3(const Picture& p);
-
-using DecompressFn = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*, uint8_t*,
-                                 int32_t);
-DecompressFn DecompressFor(int codecId);
-int32_t Feed(CodecHandle session, int codecId, const Packet& packet, BITMAPINFOHEADER* header,
-             uint8_t* out, int32_t outSize);
-
-// Headers as their 40 bytes, for comparisons that name every field.
-std::string HeaderText(const BITMAPINFOHEADER& h);
-BITMAPINFOHEADER Filled(uint8_t fill);
-// A `fill` header after a call that wrote nothing: only the pels-per-meter
-// words, cleared on every call, have changed.
-BITMAPINFOHEADER Untouched(uint8_t fill);
-// What a session that knows only a sequence parameter set reports.
-BITMAPINFOHEADER SizeHeader(int width, int height);
+// `fill` in every byte; `cleared`: as every call leaves it, pels-per-meter 0.
+inline BITMAPINFOHEADER Filled(uint8_t fill, bool cleared = true) {
+  BITMAPINFOHEADER h;
+  std::memset(&h, fill, sizeof h);
+  if (cleared) h.biXPelsPerMeter = h.biYPelsPerMeter = 0;
+  return h;
+}
+// The fields a picture (over the caller's header) and the first-frames step
+// (over a zero one) write; the image size is w × h × 3 × 8 / 8 in 32 bits.
+inline BITMAPINFOHEADER Sized(BITMAPINFOHEADER h, int w, int height) {
+  h.biSize = 40, h.biWidth = w, h.biHeight = height, h.biPlanes = 1, h.biBitCount = 24;
+  h.biSizeImage = uint32_t(int32_t(uint32_t(w) * uint32_t(height) * 24u) / 8);
+  return h;
+}
 
 struct Delivered {
   std::vector<Picture> pictures;
   std::vector<int32_t> results;
-  int lastRowOverwritten = 0;  // pictures whose last row lost the caller's bytes
-  int badHeaders = 0;          // calls whose header isn't the picture's or untouched
+  int badHeaders = 0, lastRowsWritten = 0;  // the plain path leaves the caller's last row
 };
+// Every packet into a buffer of one picture, patterned anew for each call.
+inline Delivered DecodeAll(CodecHandle session, Decompress decompress,
+                           const std::vector<Packet>& packets, int w, int h) {
+  Delivered d;
+  std::vector<uint8_t> out(size_t(w) * h * 3), pattern(out.size());
+  for (size_t call = 0; call < packets.size(); ++call) {
+    for (size_t i = 0; i < out.size(); ++i) out[i] = pattern[i] = uint8_t(i * 31 + call * 7);
+    BITMAPINFOHEADER header = Filled(0xEE, false);
+    d.results.push_back(decompress(session, packets[call].data(), int32_t(packets[call].size()),
+                                   &header, out.data(), int32_t(out.size())));
+    const bool picture = header.biSize == 40;
+    d.badHeaders += !(
+        header == (picture ? Sized(Filled(0xEE), header.biWidth, header.biHeight) : Filled(0xEE)));
+    d.lastRowsWritten += picture && decompress != H264CodecDecompressMedian &&
+                         !std::equal(out.end() - w * 3, out.end(), pattern.end() - w * 3);
+    if (picture) d.pictures.push_back({header.biWidth, header.biHeight, out});
+  }
+  return d;
+}
 
-// Feeds every packet with a buffer of exactly one picture, freshly patterned
-// for each call, and collects the pictures that come out.
-Delivered DecodeAll(CodecHandle session, DecompressFn decompress,
-                    const std::vector<Packet>& packets, int width, int height);
+// "" if equal picture for picture (all rows, or all but the caller's last).
+inline std::string Compare(const std::vector<Picture>& got, const std::vector<Picture>& expected,
+                           bool lastRow = false) {
+  if (got.size() != expected.size()) return std::to_string(got.size()) + " pictures";
+  for (size_t n = 0; n < got.size(); ++n) {
+    const Picture &a = got[n], &b = expected[n];
+    if (a.width != b.width || a.height != b.height)
+      return "picture " + std::to_string(n) + "'s size";
+    if (FirstDifferingRow(a.bgr.data(), b.bgr.data(), a.width, a.height - !lastRow) >= 0)
+      return "picture " + std::to_string(n);
+  }
+  return "";
+}
 
-// Empty if `got` equals `expected` picture for picture (all rows, or all but
-// the last, which the plain path leaves to the caller), else what differs first.
-std::string ComparePictures(const std::vector<Picture>& got, const std::vector<Picture>& expected,
-                            bool lastRow = false);
+// Per channel, the middle of the nine values around each pixel, borders replicated.
+inline Picture Median3x3(Picture p) {
+  const std::vector<uint8_t> in = p.bgr;
+  for (int i = 0; i < p.width * p.height * 3; ++i) {
+    uint8_t nine[9], *v = nine;
+    for (int y = i / 3 / p.width - 1; y <= i / 3 / p.width + 1; ++y)
+      for (int x = i / 3 % p.width - 1; x <= i / 3 % p.width + 1; ++x)
+        *v++ = in[(std::clamp(y, 0, p.height - 1) * p.width + std::clamp(x, 0, p.width - 1)) * 3 +
+                  i % 3];
+    std::sort(nine, nine + 9);
+    p.bgr[i] = nine[4];
+  }
+  return p;
+}
 
 }  // namespace corvane::test

@@ -1,272 +1,303 @@
-// The parser on hand-made units: start codes and the two printed messages,
-// the buffer, exact error texts, the parameter set store, new-picture
-// detection and SEI messages.
+// The parser: the bit reader's values and where it gives up, where a unit must
+// start and the two messages printed, ids out of range; and what it reads of
+// x264 streams and of sets written here, against FFmpeg's own reading (the
+// elements its trace_headers filter logs).
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdarg>
 #include <functional>
-#include <string>
-#include <vector>
+#include <map>
+#include <sstream>
 
-#include "h264parser/h264_oracle.h"
+#include "h264parser/bit_reader.h"
+#include "h264parser/exception.h"
 #include "h264parser/parser.h"
+#include "support/h264_writer.h"
 
-namespace corvane {
+extern "C" {
+#include <libavcodec/bsf.h>
+}
+
+namespace corvane::test {
 namespace {
 
-using test::Bytes;
-using test::Catch;
-using test::Feed;
-
-Bytes Sps(uint32_t id = 0) {
-  test::SpsSpec spec;
-  spec.profile_idc = 77;  // log2_max_frame_num 9, pic_order_cnt_type 0 with 7 lsb bits
-  spec.seq_parameter_set_id = id;
-  return test::WriteSps(spec);
+void Feed(cParser& parser, const Packet& bytes) {
+  parser.Append(bytes.data(), int32_t(bytes.size()));
+  parser.Process();
 }
 
-Bytes Pps(uint32_t id, uint32_t spsId, uint32_t bottomFieldPicOrder = 0) {
-  return test::BitWriter().ue(id).ue(spsId).u(1, 0).u(1, bottomFieldPicOrder).trailing().Nal(0x68);
+bool Raises(const std::function<void()>& f) {  // the parser's exception, whose text nobody sees
+  try {
+    f();
+  } catch (H264PARSER::cException* e) {
+    return delete e, true;
+  }
+  return false;
 }
 
-// An IDR slice header for Sps(0) and Pps(0), behind the four-byte start code.
-Bytes IdrSlice(uint32_t frameNum, uint32_t idrPicId, uint32_t pocLsb) {
-  return test::BitWriter()
-      .ue(0)
-      .ue(7)
-      .ue(0)
-      .u(9, frameNum)
-      .ue(idrPicId)
-      .u(7, pocLsb)
-      .u(1, 1)
-      .trailing()
-      .Nal(0x65);
-}
-
-Bytes Tail(const Bytes& b, size_t from) { return Bytes(b.begin() + from, b.end()); }
-
-TEST(ParserMessages, ExactTexts) {
-  const std::pair<std::function<void(cParser&)>, std::string> cases[] = {
-      {[](cParser& p) { p.Context().ActivateSPS(32); }, "cContext::ActivateSPS(): id out of range"},
-      {[](cParser& p) { p.Context().ActivateSPS(0); },
-       "cContext::ActivateSPS(): requested SPS is undefined"},
-      {[](cParser& p) { p.Context().ActivatePPS(256); },
-       "cContext::ActivatePPS(): id out of range"},
-      {[](cParser& p) { p.Context().ActivatePPS(0); },
-       "cContext::ActivatePPS(): requested PPS is undefined"},
-      {[](cParser& p) {
-         Bytes u = Sps(32);
-         p.ParseSPS(u.data() + 4, int32_t(u.size() - 4));
-       },
-       "cContext::DefineSPS(): id out of range"},
-      {[](cParser& p) {
-         Bytes u = Pps(256, 0);
-         p.ParsePPS(u.data() + 4, int32_t(u.size() - 4));
-       },
-       "cContext::DefinePPS(): id out of range"},
-      {[](cParser& p) {
-         Bytes u = Sps();
-         p.ParseSPS(u.data() + 4, 6);
-       },
-       "cBitReader::NextByte(): premature end of data"},
-  };
-  for (const auto& [action, message] : cases) {
-    cParser parser(1000, false);
-    parser.Reset();
-    EXPECT_EQ(Catch([&] { action(parser); }), "ERROR: H264::" + message);
-    // Nothing was defined or activated on the way.
-    for (const SpsRecord& s : parser.Context().spsSlots) EXPECT_FALSE(s.defined);
-    for (const PpsRecord& s : parser.Context().ppsSlots) EXPECT_FALSE(s.defined);
-    EXPECT_EQ(parser.Context().activeSps, nullptr);
+TEST(BitReader, GivesValuesThenRaises) {
+  const struct {
+    Packet payload;               // behind the unit's header byte
+    const char* steps;            // B a byte, U ue, S se, digits: that many bits
+    std::vector<int64_t> values;  // before any raise
+    bool raises;
+  } cases[] = {
+      {{}, "0 B", {0}, true},                     // ReadBits(0) reads nothing
+      {{0, 0, 3, 1}, "B B B", {0, 0, 1}, false},  // an escape
+      {{0, 0, 3, 0, 0, 3, 1}, "B B B B B", {0, 0, 0, 0, 1}, false},
+      {{0, 0, 3}, "B B B", {0, 0}, true},  // escape as the last byte
+      {{0, 0, 1}, "B B B", {0, 0}, true},  // start codes end the unit
+      {{0, 0, 0, 1}, "B B B B", {0, 0, 0}, true},
+      {{0, 0, 0, 0}, "B B B B", {0, 0, 0}, true},
+      {{0, 3, 5}, "B B B", {0, 3, 5}, false},  // 03 after one zero is data
+      {{0, 0, 3, 0, 7}, "B B B B", {0, 0, 0, 7}, false},
+      {{0xA6, 0x42, 0x80}, "U U U U U", {0, 1, 2, 3, 4}, false},  // 1 010 011 00100 00101
+      {{0xA6, 0x42, 0x80}, "S S S S S", {0, 1, -1, 2, -2}, false},
+      {{0, 0, 3, 0, 1, 0xFF, 0xFF, 0xFF, 0xFE}, "U", {0xFFFFFFFE}, false},  // the largest ue
+      {{0x80, 0, 0, 0, 0x7F}, "1 U", {1}, true},                            // 32 leading zeros
+      {{0x80, 0, 0, 0, 0}, "1 U", {1}, true},
+      {{0x12, 0x34, 0x56, 0x78, 0x9A}, "4 32 4", {0x1, 0x23456789, 0xA}, false},
+      {{0xB5, 0x6C, 0xF0}, "3 7 1 9 0 4", {0x5, 0x55, 0x1, 0xCF, 0, 0}, false},
+      {{1, 2, 3, 4, 5, 6}, "33", {}, true},
+      {{0xFF}, "4 8", {0xF}, true}};
+  for (const auto& c : cases) {
+    Packet unit = {0x67};  // any header byte: the reader skips it
+    unit.insert(unit.end(), c.payload.begin(), c.payload.end());
+    cBitReader reader(unit.data(), int32_t(unit.size()));
+    std::vector<int64_t> got;
+    std::istringstream steps(c.steps);
+    EXPECT_EQ(Raises([&] {
+                for (std::string s; steps >> s;)
+                  got.push_back(s == "B"   ? reader.NextByte()
+                                : s == "U" ? int64_t(reader.ue())
+                                : s == "S" ? int64_t(reader.se())
+                                           : reader.ReadBits(std::stoi(s)));
+              }),
+              c.raises)
+        << c.steps;
+    EXPECT_EQ(got, c.values) << c.steps;
   }
 }
 
-TEST(ParserProcess, StartCodesAndPrintedMessages) {
+Packet Sps(uint32_t id = 0) {
+  SpsRecipe recipe;
+  recipe.profile_idc = 77, recipe.seq_parameter_set_id = id;
+  return WriteSps(recipe);
+}
+
+TEST(Parser, StartCodesAndPrintedMessages) {
   const std::string kShort =
       "ERROR: H264::cParser::Process(): NAL unit data buffer content is too short";
   const std::string kInvalid =
       "ERROR: H264::cParser::Process(): NAL unit data buffer content is invalid";
-  const Bytes sps4 = Sps(), sps3 = Tail(sps4, 1);
-  Bytes zeroThenSps = {0};
-  zeroThenSps.insert(zeroThenSps.end(), sps4.begin(), sps4.end());
-  struct Case {
-    const char* name;
-    Bytes buffer;
-    std::string printedOnceSynced;
+  const Packet sps = Sps();
+  Packet zeroThenSps = sps;
+  zeroThenSps.insert(zeroThenSps.begin(), 0);
+  const struct {
+    Packet buffer;
+    std::string printedOnceSynchronised;
     bool defines;
-  };
-  const Case cases[] = {
-      {"empty", {}, kShort, false},
-      {"three bytes", {0, 0, 1}, kShort, false},
-      {"SPS behind 00 00 01", sps3, "", true},
-      {"SPS behind 00 00 00 01", sps4, "", true},
-      {"start code not at offset 0", zeroThenSps, kInvalid, false},
-      {"no start code", Tail(sps4, 4), kInvalid, false},
-      {"00 00 02", {0, 0, 2, 0x67, 0x4D}, kInvalid, false},
-      {"a start code alone", {0, 0, 0, 1}, "", false},
-      {"access unit delimiter", {0, 0, 0, 1, 0x09, 0xF0}, "", false},
-  };
-  for (const Case& c : cases) {
-    for (const bool synced : {false, true}) {
+  } cases[] = {{{}, kShort, false},
+               {{0, 0, 1}, kShort, false},
+               {{sps.begin() + 1, sps.end()}, "", true},  // behind 00 00 01
+               {sps, "", true},
+               {zeroThenSps, kInvalid, false},
+               {{sps.begin() + 4, sps.end()}, kInvalid, false},
+               {{0, 0, 2, 0x67, 0x4D}, kInvalid, false},
+               {{0, 0, 0, 1}, "", false},
+               {{0, 0, 0, 1, 0x09, 0xF0}, "", false}};
+  for (const auto& c : cases)
+    for (const bool synchronised : {false, true}) {
       cParser parser(1000, true);
       parser.Reset();
-      // A broken SPS unit still marks the stream as synchronised.
-      if (synced) Feed(parser, {0, 0, 1, 0x67});
-      EXPECT_EQ(parser.AwaitingSps(), !synced);
+      if (synchronised) Feed(parser, {0, 0, 1, 0x67});  // even a broken SPS unit synchronises
       testing::internal::CaptureStdout();
       Feed(parser, c.buffer);
-      EXPECT_EQ(testing::internal::GetCapturedStdout(), synced ? c.printedOnceSynced : "")
-          << c.name << (synced ? ", synchronised" : ", fresh");
-      EXPECT_EQ(parser.Context().spsSlots[0].defined, c.defines) << c.name;
+      EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                synchronised ? c.printedOnceSynchronised : "");
+      EXPECT_EQ(parser.Context().spsSlots[0].defined, c.defines);
       EXPECT_EQ(parser.Fill(), 0);
-      EXPECT_EQ(parser.ReadPosition(), 0);
     }
-  }
-}
-
-TEST(ParserBuffer, AppendKeepsWithinCapacity) {
-  const Bytes bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-  struct Case {
-    std::vector<int32_t> sizes;  // appended from the start of `bytes` each time
-    int32_t fill;
-  };
-  const Case cases[] = {
-      {{10}, 8},    // cut to capacity
-      {{5, 5}, 8},  // the second append only fills the room
-      {{-3}, 0},    // nothing to take back
-      {{6, -2}, 4}, {{6, -100}, 0}, {{3, -1, 2}, 4}, {{0}, 0},
-  };
-  for (const Case& c : cases) {
-    cParser parser(8, true);
+  // Ids out of range, and sets asked for but undefined, raise and define nothing.
+  cParser parser(1000, false);
+  const Packet sps32 = Sps(32), pps256 = BitWriter().ue(256).ue(0).u(2, 0).trailing().Nal(0x68);
+  for (const std::function<void()>& action : std::initializer_list<std::function<void()>>{
+           [&] { parser.Context().ActivateSPS(32); }, [&] { parser.Context().ActivateSPS(0); },
+           [&] { parser.Context().ActivatePPS(256); }, [&] { parser.Context().ActivatePPS(0); },
+           [&] { parser.ParseSPS(&sps32[4], int32_t(sps32.size() - 4)); },
+           [&] { parser.ParsePPS(&pps256[4], int32_t(pps256.size() - 4)); }}) {
     parser.Reset();
-    for (int32_t size : c.sizes) parser.Append(bytes.data(), size);
-    EXPECT_EQ(parser.Fill(), c.fill);
+    EXPECT_TRUE(Raises(action));
+    EXPECT_TRUE(std::none_of(std::begin(parser.Context().spsSlots),
+                             std::end(parser.Context().spsSlots),
+                             [](auto& s) { return s.defined; }));
+    EXPECT_TRUE(std::none_of(std::begin(parser.Context().ppsSlots),
+                             std::end(parser.Context().ppsSlots),
+                             [](auto& s) { return s.defined; }));
   }
 }
 
-TEST(ParserSlice, DispatchAndNewPictureDetection) {
-  cParser parser(1000, false);
-  parser.Reset();
-  Feed(parser, IdrSlice(0, 0, 0));  // no PPS yet: quietly unread
-  EXPECT_FALSE(parser.Context().currentSlice.defined);
-  Feed(parser, Sps());
-  Feed(parser, Pps(0, 0));
-  Feed(parser, Tail(IdrSlice(3, 1, 5), 1));  // slices behind 00 00 01 are passed over
-  EXPECT_FALSE(parser.Context().currentSlice.defined);
-
-  struct Step {
-    Bytes unit;
-    bool startsPicture;
-  };
-  const Step steps[] = {
-      {IdrSlice(3, 1, 5), true},   // the first slice stored
-      {IdrSlice(3, 1, 5), false},  // a second slice of the same picture
-      {IdrSlice(4, 1, 5), true},   // frame_num
-      {IdrSlice(4, 2, 5), true},   // idr_pic_id
-      {IdrSlice(4, 2, 6), true},   // pic_order_cnt_lsb
-      {IdrSlice(4, 2, 6), false},
-  };
-  for (const Step& s : steps) {
-    Feed(parser, s.unit);
-    const SliceRecord& slice = parser.Context().currentSlice;
-    ASSERT_TRUE(slice.defined);
-    EXPECT_EQ(slice.startsPicture, s.startsPicture);
+// Every unit of the packets, in order, as FFmpeg's reader traces it: element
+// names ("x[0]" for arrays) and values, the last value of a name kept.
+using Traced = std::map<std::string, int64_t>;
+std::string g_trace;
+std::vector<Traced> Trace(const std::vector<Packet>& packets) {
+  AVBSFContext* bsf = nullptr;
+  av_bsf_alloc(av_bsf_get_by_name("trace_headers"), &bsf);
+  bsf->par_in->codec_id = AV_CODEC_ID_H264;
+  av_bsf_init(bsf);
+  g_trace.clear();
+  av_log_set_callback([](void*, int, const char* fmt, va_list args) {
+    char line[1024];
+    std::vsnprintf(line, sizeof line, fmt, args);
+    g_trace += line;
+  });
+  AVPacket* pkt = av_packet_alloc();
+  for (const Packet& p : packets) {
+    av_new_packet(pkt, int(p.size()));
+    std::copy(p.begin(), p.end(), pkt->data);
+    for (av_bsf_send_packet(bsf, pkt); av_bsf_receive_packet(bsf, pkt) == 0;) av_packet_unref(pkt);
   }
-  // A PPS naming an undefined SPS is kept; activating it fails on the SPS.
-  Feed(parser, Pps(9, 4));
-  EXPECT_TRUE(parser.Context().ppsSlots[9].defined);
-  EXPECT_EQ(Catch([&] { parser.Context().ActivatePPS(9); }),
-            "ERROR: H264::cContext::ActivateSPS(): requested SPS is undefined");
-  EXPECT_EQ(parser.Context().activePps, &parser.Context().ppsSlots[9]);
+  av_packet_free(&pkt);
+  av_bsf_free(&bsf);
+  av_log_set_callback(av_log_default_callback);
+  // Lines read "<bit position> <name> <bits> = <value>"; a unit opens with forbidden_zero_bit.
+  std::vector<Traced> units;
+  std::istringstream lines(g_trace);
+  char name[128];
+  long long value = 0;
+  for (std::string line; std::getline(lines, line);)
+    if (std::sscanf(line.c_str(), " %*[0-9] %127s %*s = %lld", name, &value) == 2) {
+      if (std::string(name) == "forbidden_zero_bit") units.emplace_back();
+      if (!units.empty()) units.back()[name] = value;
+    }
+  return units;
+}
+int64_t Or(const Traced& t, const std::string& name, int64_t absent) {
+  return t.count(name) ? t.at(name) : absent;
 }
 
-// An SEI NAL unit of raw messages: type, size, payload bytes.
-Bytes Sei(const std::vector<Bytes>& messages) {
-  Bytes u = {0, 0, 0, 1, 0x06};
-  for (const Bytes& m : messages) u.insert(u.end(), m.begin(), m.end());
-  u.push_back(0x80);  // rbsp trailing bits
-  return u;
+// Every element the store keeps, against the trace.
+void ExpectSps(const SpsRecord& s, const Traced& t) {
+  const std::pair<const char*, int64_t> kept[] = {
+      {"seq_parameter_set_id", s.seq_parameter_set_id},
+      {"log2_max_frame_num_minus4", s.log2_max_frame_num - 4},
+      {"pic_order_cnt_type", s.pic_order_cnt_type},
+      {"pic_width_in_mbs_minus1", s.pic_width_in_mbs_minus1},
+      {"pic_height_in_map_units_minus1", s.pic_height_in_map_units_minus1},
+      {"frame_mbs_only_flag", s.frame_mbs_only_flag},
+      {"delta_pic_order_always_zero_flag", s.delta_pic_order_always_zero_flag},
+      {"timing_info_present_flag", s.timing_info_present_flag},
+      {"num_units_in_tick", s.num_units_in_tick},
+      {"time_scale", s.time_scale},
+      {"fixed_frame_rate_flag", s.fixed_frame_rate_flag},
+      {"nal_hrd_parameters_present_flag", s.nal_hrd_parameters_present_flag},
+      {"vcl_hrd_parameters_present_flag", s.vcl_hrd_parameters_present_flag},
+      {"pic_struct_present_flag", s.pic_struct_present_flag}};
+  for (const auto& [name, value] : kept) EXPECT_EQ(value, Or(t, name, 0)) << name;
+  EXPECT_EQ(s.log2_max_pic_order_cnt_lsb, Or(t, "log2_max_pic_order_cnt_lsb_minus4", 0) + 4);
+  // The last HRD block's lengths count; 24 without one.
+  EXPECT_EQ(s.cpb_removal_delay_length, Or(t, "cpb_removal_delay_length_minus1", 23) + 1);
+  EXPECT_EQ(s.dpb_output_delay_length, Or(t, "dpb_output_delay_length_minus1", 23) + 1);
 }
 
-TEST(ParserSei, MessagesCountByTheirSize) {
-  test::SpsSpec spec;
-  spec.vui = true;
-  spec.pic_struct_present_flag = 1;
-  spec.nalHrd = {1, 6, 10};
-  const Bytes timing = {0x01, 0x03, 0b10101000, 0b00001011,
-                        0b01100000};                  // cpb 6, dpb 10, pic_struct 6
-  const Bytes bufferingPeriod0 = {0x00, 0x01, 0x80};  // seq_parameter_set_id 0
-  const Bytes bufferingPeriod5 = {0x00, 0x01, 0x30};  // seq_parameter_set_id 5, undefined
-
-  cParser parser(1000, false);
-  parser.Reset();
-  Feed(parser, test::WriteSps(spec));
-  SpsRecord& sps = parser.Context().spsSlots[0];
-  // No SPS active yet: the timing message stores nothing, and the buffering
-  // period behind it is still found by the timing message's size.
-  Feed(parser, Sei({timing, bufferingPeriod0}));
-  EXPECT_EQ(parser.Context().activeSps, &sps);
-  EXPECT_FALSE(sps.PictureTiming.valid);
-  Feed(parser, Sei({timing}));
-  EXPECT_TRUE(sps.PictureTiming.valid);
-  EXPECT_EQ(sps.PictureTiming.pic_struct, 6);
-  // An undefined SPS in a buffering period ends the unit.
-  sps.PictureTiming = {};
-  Feed(parser, Sei({bufferingPeriod5, timing}));
-  EXPECT_FALSE(sps.PictureTiming.valid);
-  // A header-only parser reads no SEI at all.
-  cParser headerOnly(1000, true);
-  headerOnly.Reset();
-  Feed(headerOnly, test::WriteSps(spec));
-  Feed(headerOnly, Sei({bufferingPeriod0, timing}));
-  EXPECT_EQ(headerOnly.Context().activeSps, nullptr);
-}
-
-// A header-only parser stops at frame_mbs_only_flag; a full one must find the
-// rest of the unit or define nothing. The unit is cut by the parser's capacity:
-// what Append keeps are the first bytes.
-TEST(ParameterSetStore, HeaderOnlyStopsBehindFrameMbsOnlyFlag) {
-  test::SpsSpec spec;
-  spec.vui = true;
-  size_t flagBit = 0;
-  const Bytes nal = test::WriteSps(spec, &flagBit);
-  const size_t flagCut = 5 + flagBit / 8 + 1;  // start code, header, payload to the flag's byte
-  ASSERT_LT(flagCut, nal.size());
-  struct Case {
-    size_t cut;
-    bool headerOnly, defines;
-  };
-  const Case cases[] = {{flagCut, true, true},
-                        {flagCut - 1, true, false},
-                        {flagCut, false, false},
-                        {flagCut + 1, false, false},
-                        {nal.size(), false, true}};
-  for (const Case& c : cases) {
-    cParser parser(static_cast<int32_t>(c.cut), c.headerOnly);
+// Every unit in full, one at a time: sets, slice headers (a new picture at
+// each first slice) and picture timing. Every stream has slices of several a
+// picture; -g 1 makes every picture a key one, told apart by idr_pic_id alone.
+TEST(Parser, ReadsX264StreamsAsFfmpegDoes) {
+  const std::tuple<const char*, const char*, bool> streams[] = {
+      // name, options, picture timing
+      {"baseline", "-profile:v baseline -g 1", false},
+      {"high444", "-pix_fmt yuv444p -profile:v high444", false},
+      {"mbaff_bff", "-x264-params interlaced=1:bff=1", true},
+      {"hrd_pic_struct",
+       "-b:v 200k -maxrate 200k -bufsize 400k -x264-params nal-hrd=cbr:pic-struct=1", true},
+      {"cropped", "-profile:v main -s 100x58", false},
+      {"odd_interlaced", "-x264-params interlaced=1 -s 90x72", true}};
+  for (const auto& [name, args, timing] : streams) {
+    SCOPED_TRACE(name);
+    const std::string file = std::string("h264parser_") + name + ".h264",
+                      options = std::string("-c:v libx264 -slices 2 ") + args;
+    const std::vector<Packet> packets = LoadPackets({file.c_str(), 176, 144, 5, options.c_str()});
+    const std::vector<Traced> traced = Trace(packets);
+    cParser parser(1000, false);
     parser.Reset();
-    Feed(parser, nal);
-    EXPECT_EQ(parser.Context().spsSlots[0].defined, c.defines) << c.cut << " bytes";
+    size_t index = 0, sets = 0, slices = 0, timings = 0;
+    for (const Packet& packet : packets) {
+      bool first = true;
+      for (const Packet& unit : SplitNalUnits(packet)) {
+        ASSERT_LT(index, traced.size());
+        const Traced& t = traced[index++];
+        ASSERT_EQ(t.at("nal_unit_type"), NalType(unit));
+        if (parser.Context().activeSps) parser.Context().activeSps->PictureTiming = {};
+        Feed(parser, unit);
+        const cContext& ctx = parser.Context();
+        if (NalType(unit) == 7) {
+          ASSERT_TRUE(ctx.spsSlots[t.at("seq_parameter_set_id")].defined);
+          ExpectSps(ctx.spsSlots[t.at("seq_parameter_set_id")], t), ++sets;
+        } else if (NalType(unit) == 1 || NalType(unit) == 5) {
+          const SliceRecord& s = ctx.currentSlice;
+          EXPECT_EQ(
+              std::vector<int64_t>({s.defined, s.startsPicture, s.nal_ref_idc, s.slice_type,
+                                    s.pic_parameter_set_id, s.frame_num, s.field_pic_flag,
+                                    s.idr_pic_id, s.pic_order_cnt_lsb,
+                                    s.delta_pic_order_cnt_bottom}),
+              std::vector<int64_t>(
+                  {1, first, t.at("nal_ref_idc"), t.at("slice_type"), t.at("pic_parameter_set_id"),
+                   t.at("frame_num"), Or(t, "field_pic_flag", 0), Or(t, "idr_pic_id", 0),
+                   Or(t, "pic_order_cnt_lsb", 0), Or(t, "delta_pic_order_cnt_bottom", 0)}))
+              << "unit " << index;
+          first = false, ++slices;
+        } else if (NalType(unit) == 6 && ctx.activeSps &&
+                   (t.count("cpb_removal_delay") || t.count("pic_struct"))) {
+          EXPECT_TRUE(ctx.activeSps->PictureTiming.valid) << "unit " << index;
+          EXPECT_EQ(ctx.activeSps->PictureTiming.pic_struct, Or(t, "pic_struct", 0));
+          ++timings;
+        }
+      }
+    }
+    EXPECT_EQ(index, traced.size());
+    EXPECT_GE(sets, 1u);
+    EXPECT_GT(slices, packets.size());
+    EXPECT_EQ(timings >= 3, timing);
   }
 }
 
-TEST(ParameterSetStore, ActiveSetFollowsRedefinitionAndCopies) {
-  cParser parser(1000, false);
-  parser.Reset();
-  test::SpsSpec spec;
-  spec.pic_width_in_mbs_minus1 = 7;
-  Feed(parser, test::WriteSps(spec));
-  const SpsRecord& active = parser.Context().ActivateSPS(0);
-  spec.pic_width_in_mbs_minus1 = 44;
-  Feed(parser, test::WriteSps(spec));
-  EXPECT_EQ(&active, parser.Context().activeSps);
-  EXPECT_EQ(parser.Context().activeSps->pic_width_in_mbs_minus1, 44u);
-  // A copy's active set is its own slot; a reset clears the store.
-  const cContext copy = parser.Context();
-  EXPECT_EQ(copy.activeSps, &copy.spsSlots[0]);
-  parser.Reset();
-  EXPECT_EQ(parser.Context().activeSps, nullptr);
-  EXPECT_FALSE(parser.Context().spsSlots[0].defined);
-  EXPECT_TRUE(copy.spsSlots[0].defined);
+// What x264 never writes: pic_order_cnt_type 1, scaling matrices in the set,
+// VCL HRD, separate colour planes, cropping.
+TEST(Parser, ReadsWrittenSetsAsFfmpegDoes) {
+  std::vector<SpsRecipe> recipes(8);
+  recipes[1].pic_order_cnt_type = 1, recipes[1].offsetForRefFrame = {4, -7, 300};
+  recipes[2].pic_order_cnt_type = recipes[2].delta_pic_order_always_zero_flag =
+      recipes[2].pic_struct_present_flag = 1;
+  recipes[3].scalingDeltas = {{}, {-8}, {}, {3, -1, -10}, {}, {}, {}, {120, -128}};
+  recipes[3].scalingDeltas[2].assign(16, 1), recipes[3].scalingDeltas[5].assign(16, 2);
+  recipes[3].scalingDeltas[6].assign(64, -3);
+  recipes[4].nalHrd = {3, 18, 11}, recipes[4].vclHrd = {1, 9, 27},
+  recipes[4].pic_struct_present_flag = 1;
+  recipes[5].cropping = true, recipes[5].vclHrd = {2, 32, 1}, recipes[5].frame_mbs_only_flag = 0;
+  recipes[6].profile_idc = recipes[7].profile_idc = 244,
+  recipes[6].chroma_format_idc = recipes[7].chroma_format_idc = 3;
+  recipes[6].seq_parameter_set_id = 31, recipes[7].nalHrd = {1, 7, 5},
+  recipes[7].pic_struct_present_flag = 1;
+  recipes[7].scalingDeltas = recipes[3].scalingDeltas;
+  recipes[0].profile_idc = 77;
+  for (size_t i = 0; i < recipes.size(); ++i) {
+    SpsRecipe s = recipes[i];
+    s.vui = i > 1;
+    cParser parser(1000, false);
+    parser.Reset();
+    Feed(parser, WriteSps(s));
+    // Eight scaling lists even for 4:4:4, where ITU-T H.264 reads twelve: FFmpeg traces the set
+    // without them.
+    if (s.chroma_format_idc == 3) s.scalingDeltas.clear();
+    const std::vector<Traced> traced = Trace({WriteSps(s)});
+    ASSERT_EQ(traced.size(), 1u);
+    ASSERT_TRUE(parser.Context().spsSlots[s.seq_parameter_set_id].defined) << i;
+    ExpectSps(parser.Context().spsSlots[s.seq_parameter_set_id], traced[0]);
+  }
 }
 
 }  // namespace
-}  // namespace corvane
+}  // namespace corvane::test

@@ -1,240 +1,137 @@
-// Mutexes: recursion and exclusion between threads for every kind; for named
-// ones also between processes, with concurrent creators, a holder killed while
-// holding, and objects a dying creator left half-made.
+// Mutexes: recursive and exclusive between threads, of every kind; named ones
+// also between processes, with many creators at once, a holder killed while it
+// held, and objects that a creator dying half-way left behind.
 #include "platform/mutex.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace corvane::platform {
 namespace {
 
-// A name of this run only, so that reruns and parallel runs don't meet; its
-// shared object is removed when the test ends.
-struct ScopedName {
-  explicit ScopedName(const char* what) : name("test." + std::to_string(getpid()) + "." + what) {}
-  ~ScopedName() { shm_unlink(Object().c_str()); }
+using namespace std::chrono_literals;
+
+// A name of this run only; its shared object goes with the test.
+struct Name {
+  explicit Name(const char* what) : name("test." + std::to_string(getpid()) + "." + what) {}
+  ~Name() { shm_unlink(Object().c_str()); }
   std::string Object() const { return "/corvane." + std::to_string(getuid()) + "." + name; }
-  const char* c_str() const { return name.c_str(); }
   std::string name;
 };
 
-struct Pipe {
-  Pipe() { EXPECT_EQ(pipe(fd), 0); }
-  ~Pipe() { CloseWrite(), close(fd[0]); }
-  void CloseWrite() {
-    if (fd[1] >= 0) close(fd[1]), fd[1] = -1;
-  }
-  int fd[2] = {-1, -1};
-};
-
-// Runs `job` in a child process that exits with what the job returns, after
-// end-of-file on `start` if one is given. No other thread runs at the fork.
-// Children open their mutexes themselves: the parent opens none before it.
-template <typename Job>
-pid_t Child(Job job, Pipe* start = nullptr) {
-  const pid_t pid = fork();
-  if (pid != 0) return pid;
-  char byte;
-  if (start != nullptr) {
-    close(start->fd[1]);
-    while (read(start->fd[0], &byte, 1) > 0) {
-    }
-  }
-  _exit(job());
+// Waits up to 20 s for `done`.
+template <typename Done>
+bool Within20s(Done done) {
+  for (auto end = std::chrono::steady_clock::now() + 20s; !done(); std::this_thread::sleep_for(5ms))
+    if (std::chrono::steady_clock::now() > end) return false;
+  return true;
 }
 
-// Exit code of the child, or -1 if it ended by a signal or didn't end within
-// two minutes (it is then killed).
-int WaitChild(pid_t pid) {
-  int status = 0;
-  for (int i = 0; i < 24000 && waitpid(pid, &status, WNOHANG) == 0; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  if (waitpid(pid, &status, WNOHANG) == 0) kill(pid, SIGKILL), waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// One byte from `fd` within `milliseconds`, or -1.
-int ReadByteWithin(int fd, int milliseconds) {
-  pollfd p{fd, POLLIN, 0};
-  unsigned char byte;
-  return poll(&p, 1, milliseconds) == 1 && read(fd, &byte, 1) == 1 ? byte : -1;
-}
-
-// A child's job: opens `name`, takes it, reports `byte` on `report`, and then
-// releases and closes it (or, `hold`, keeps it until killed).
-auto Take(const char* name, const Pipe& report, char byte, bool hold = false) {
-  return [=, fd = report.fd[1]] {
-    Mutex* mutex = CreateMutex(name);
-    if (mutex == nullptr) return 10;
-    WaitMutex(mutex);
-    if (write(fd, &byte, 1) != 1) return 11;
-    while (hold) pause();
-    ReleaseMutex(mutex);
-    CloseMutex(mutex);
-    return 0;
-  };
-}
-
-// The calling thread takes `mine` twice; another thread must not get `theirs`
-// until both holds are released. The pauses only give a faulty lock the
-// chance to let the other thread in; nothing depends on their length.
-void ExpectExcludesAnotherThread(Mutex* mine, Mutex* theirs) {
-  WaitMutex(mine);
-  WaitMutex(mine);
+// This thread holds `mine` twice; another must not get `theirs` until both
+// holds are gone. The pauses only give a faulty lock its chance.
+void ExpectExcludes(Mutex* mine, Mutex* theirs) {
+  WaitMutex(mine), WaitMutex(mine);
   std::atomic<bool> entered{false};
-  std::thread other([&] {
-    WaitMutex(theirs);
-    entered = true;
-    ReleaseMutex(theirs);
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_FALSE(entered) << "entered while held twice";
-  ReleaseMutex(mine);
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_FALSE(entered) << "entered while still held once";
-  ReleaseMutex(mine);
-  other.join();
-  EXPECT_TRUE(entered);
-}
-
-// How a mutex is asked for. For a name, `leftover` is the shared object found
-// in place as a creator that died half-way may leave it: -2 none, -1 empty,
-// else 4096 bytes of that value.
-struct Kind {
-  const char* label;
-  const char* name;
-  int leftover;
-};
-void PrintTo(const Kind& k, std::ostream* os) { *os << k.label; }
-
-class MutexKinds : public ::testing::TestWithParam<Kind> {};
-
-TEST_P(MutexKinds, IsRecursiveAndExcludesOtherThreads) {
-  ScopedName name("kind");
-  const Kind& kind = GetParam();
-  if (kind.leftover > -2) {
-    const int fd = shm_open(name.Object().c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
-    ASSERT_GE(fd, 0);
-    const std::vector<unsigned char> bytes(kind.leftover < 0 ? 0 : 4096,
-                                           static_cast<unsigned char>(kind.leftover));
-    ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    close(fd);
+  std::thread other([&] { WaitMutex(theirs), entered = true, ReleaseMutex(theirs); });
+  for (int held = 2; held > 0; --held, ReleaseMutex(mine)) {
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(entered) << "entered while held " << held << " times";
   }
-  Mutex* mutex = CreateMutex(kind.name && *kind.name ? name.c_str() : kind.name);
-  ASSERT_NE(mutex, nullptr);
-  ExpectExcludesAnotherThread(mutex, mutex);
-  ExpectExcludesAnotherThread(mutex, mutex);  // the counts came back to zero
-  CloseMutex(mutex);
+  other.join();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Platform, MutexKinds,
-    ::testing::Values(Kind{"private", nullptr, -2}, Kind{"empty name: private", "", -2},
-                      Kind{"named", "x", -2}, Kind{"over an empty object", "x", -1},
-                      Kind{"over a zeroed object", "x", 0}, Kind{"over garbage", "x", 0xA5}));
-
-TEST(MutexInput, NullHandleAndUnusableNames) {
-  WaitMutex(nullptr);
-  ReleaseMutex(nullptr);
-  CloseMutex(nullptr);
+TEST(Mutex, EveryKindIsRecursiveAndExclusive) {
+  // A name's object found in place, as a creator dying half-way may leave it:
+  // none (-2), empty (-1), else 4096 bytes of that value.
+  const std::pair<const char*, int> kinds[] = {{nullptr, -2}, {"", -2}, {"x", -2},
+                                               {"x", -1},     {"x", 0}, {"x", 0xA5}};
+  for (const auto& [name, leftover] : kinds) {
+    Name named("kind");
+    if (leftover > -2) {
+      const int fd = shm_open(named.Object().c_str(), O_RDWR | O_CREAT, 0600);
+      const std::string bytes(leftover < 0 ? 0 : 4096, char(leftover));
+      ASSERT_EQ(write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+      close(fd);
+    }
+    Mutex* mutex = CreateMutex(name && *name ? named.name.c_str() : name);
+    ASSERT_NE(mutex, nullptr) << leftover;
+    ExpectExcludes(mutex, mutex);
+    ExpectExcludes(mutex, mutex);  // the counts came back to zero
+    CloseMutex(mutex);
+  }
+  WaitMutex(nullptr), ReleaseMutex(nullptr), CloseMutex(nullptr);
   EXPECT_EQ(CreateMutex("no/slashes"), nullptr);
   EXPECT_EQ(CreateMutex(std::string(300, 'x').c_str()), nullptr);
 }
 
-TEST(NamedMutex, OneNameIsOneMutexForEveryHandleAndProcess) {
-  ScopedName name("shared"), other("unrelated");
-  Pipe start, report;
-  const pid_t child =
-      Child([&] { return Take(other.c_str(), report, 'o')() + Take(name.c_str(), report, 't')(); },
-            &start);
-  ASSERT_GT(child, 0);
-  Mutex* a = CreateMutex(name.c_str());
-  Mutex* b = CreateMutex(name.c_str());
-  ASSERT_TRUE(a && b);
-  ExpectExcludesAnotherThread(a, b);
-  CloseMutex(a);  // b stays usable
-  ExpectExcludesAnotherThread(b, b);
-  // Held here, the name keeps another process out; a different name doesn't.
-  WaitMutex(b);
-  start.CloseWrite();
-  EXPECT_EQ(ReadByteWithin(report.fd[0], 60000), 'o');
-  EXPECT_EQ(ReadByteWithin(report.fd[0], 300), -1) << "child took a held mutex";
-  ReleaseMutex(b);
-  EXPECT_EQ(ReadByteWithin(report.fd[0], 60000), 't');
-  EXPECT_EQ(WaitChild(child), 0);
-  CloseMutex(b);
-  // The per-user object stays for later opens.
-  const int fd = shm_open(name.Object().c_str(), O_RDONLY, 0);
-  EXPECT_GE(fd, 0) << name.Object();
-  close(fd);
-}
-
-TEST(NamedMutexAcrossProcesses, ManyCreatorsAtOnceShareOneWorkingMutex) {
-  constexpr int kChildren = 6, kIncrements = 300;
-  ScopedName name("creators");
-  void* map =
-      mmap(nullptr, sizeof(int64_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(map, MAP_FAILED);
-  volatile int64_t* counter = static_cast<int64_t*>(map);
-  Pipe start;  // closing it starts every child at once
-  std::vector<pid_t> children;
-  for (int i = 0; i < kChildren; ++i) {
-    children.push_back(Child(
-        [&] {
-          Mutex* mutex = CreateMutex(name.c_str());
-          if (mutex == nullptr) return 10;
-          // A read-yield-write increment loses counts unless the mutex excludes.
-          for (int k = 0; k < kIncrements; ++k) {
-            WaitMutex(mutex);
-            WaitMutex(mutex);
-            const int64_t value = *counter;
-            sched_yield();
-            *counter = value + 1;
-            ReleaseMutex(mutex);
-            ReleaseMutex(mutex);
-          }
-          CloseMutex(mutex);
-          return 0;
-        },
-        &start));
-    ASSERT_GT(children.back(), 0);
+// One name, one mutex for every handle and every process of the user: held by
+// another process, it keeps this one out until that process is killed, and
+// then it passes to the next waiter; it stays sound, and its object stays.
+TEST(NamedMutex, IsSharedWithOtherProcessesAndOutlivesAKilledHolder) {
+  Name name("shared");
+  Mutex *a = CreateMutex(name.name.c_str()), *b = CreateMutex(name.name.c_str());
+  ExpectExcludes(a, b);
+  int taken[2];
+  ASSERT_EQ(pipe(taken), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    Mutex* mutex = CreateMutex(name.name.c_str());
+    WaitMutex(mutex);
+    for (char byte = 'h';; pause()) (void)!write(taken[1], &byte, 1);
   }
-  start.CloseWrite();
-  for (pid_t child : children) EXPECT_EQ(WaitChild(child), 0);
-  EXPECT_EQ(*counter, int64_t{kChildren} * kIncrements);
-  munmap(map, sizeof(int64_t));
+  char byte;
+  ASSERT_EQ(read(taken[0], &byte, 1), 1);
+  std::atomic<bool> entered{false};
+  std::thread waiter([&] { WaitMutex(a), entered = true, ReleaseMutex(a); });
+  std::this_thread::sleep_for(100ms);
+  EXPECT_FALSE(entered) << "took a mutex another process held";
+  kill(holder, SIGKILL), waitpid(holder, nullptr, 0);
+  EXPECT_TRUE(Within20s([&] { return entered.load(); }))
+      << "the killed holder's mutex never passed on";
+  waiter.join();
+  ExpectExcludes(b, a);
+  CloseMutex(a), CloseMutex(b);
+  EXPECT_EQ(access(("/dev/shm" + name.Object()).c_str(), F_OK), 0);
+  close(taken[0]), close(taken[1]);
 }
 
-TEST(NamedMutexAcrossProcesses, ProcessKilledWhileHoldingDoesNotBlockOthers) {
-  ScopedName name("abandoned");
-  Pipe report;
-  const pid_t holder = Child(Take(name.c_str(), report, 'h', true));
-  ASSERT_GT(holder, 0);
-  ASSERT_EQ(ReadByteWithin(report.fd[0], 60000), 'h');
-  kill(holder, SIGKILL);
-  EXPECT_EQ(WaitChild(holder), -1);
-  // The next process takes the abandoned mutex over; a hang would end in -1.
-  ASSERT_EQ(WaitChild(Child(Take(name.c_str(), report, 't'))), 0);
-  EXPECT_EQ(ReadByteWithin(report.fd[0], 0), 't');
-  // And the mutex is sound afterwards.
-  Mutex* mutex = CreateMutex(name.c_str());
-  ASSERT_NE(mutex, nullptr);
-  ExpectExcludesAnotherThread(mutex, mutex);
-  CloseMutex(mutex);
+// Six processes make one name at once and count to 1800 under it, with a
+// read-yield-write that loses counts unless the mutex excludes.
+TEST(NamedMutex, ManyCreatorsAtOnceShareOneWorkingMutex) {
+  Name name("creators");
+  auto* counter = static_cast<volatile int64_t*>(
+      mmap(nullptr, 8, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  int start[2];  // closed: every child starts at once
+  ASSERT_EQ(pipe(start), 0);
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i)
+    if (children.push_back(fork()), children.back() == 0) {
+      char byte;
+      close(start[1]);
+      Mutex* mutex = read(start[0], &byte, 1) == 0 ? CreateMutex(name.name.c_str()) : nullptr;
+      for (int k = 0; mutex && k < 300; ++k) {
+        WaitMutex(mutex), WaitMutex(mutex);
+        const int64_t value = *counter;
+        std::this_thread::yield();
+        *counter = value + 1;
+        ReleaseMutex(mutex), ReleaseMutex(mutex);
+      }
+      _exit(mutex ? 0 : 1);
+    }
+  close(start[1]);
+  for (pid_t child : children) {
+    int status = -1;
+    EXPECT_TRUE(Within20s([&] { return waitpid(child, &status, WNOHANG) == child; }));
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(*counter, 1800);
 }
 
 }  // namespace

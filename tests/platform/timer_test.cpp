@@ -4,105 +4,75 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 namespace corvane::platform {
 namespace {
 
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 
-// When each call began and ended. A call may be asked to take a while, to
-// stand for a slow presentation.
+// When each call began and ended; a call takes `work`, as a slow present does.
 struct Ticks {
   std::mutex lock;
-  std::condition_variable changed;
   std::vector<Clock::time_point> begins, ends;
-  milliseconds work{0};
-
+  std::chrono::milliseconds work;
   static void Callback(void* context) {
     auto* self = static_cast<Ticks*>(context);
-    self->Note(self->begins);
-    std::this_thread::sleep_for(self->work);
-    self->Note(self->ends);
+    self->Note(self->begins), std::this_thread::sleep_for(self->work), self->Note(self->ends);
   }
   void Note(std::vector<Clock::time_point>& into) {
-    {
-      std::lock_guard<std::mutex> hold(lock);
-      into.push_back(Clock::now());
-    }
-    changed.notify_all();
-  }
-  // Waits (generously: the machine may be loaded) for `n` calls to begin.
-  bool WaitBegun(size_t n) {
-    std::unique_lock<std::mutex> hold(lock);
-    return changed.wait_for(hold, std::chrono::seconds(60), [&] { return begins.size() >= n; });
+    std::lock_guard<std::mutex> hold(lock);
+    into.push_back(Clock::now());
   }
   std::pair<size_t, size_t> Counts() {
     std::lock_guard<std::mutex> hold(lock);
     return {begins.size(), ends.size()};
   }
+  bool Begun(size_t n) {  // within a minute: the machine may be loaded
+    for (auto end = Clock::now() + 60s; Counts().first < n; std::this_thread::sleep_for(1ms))
+      if (Clock::now() > end) return false;
+    return true;
+  }
 };
 
-TEST(Timer, FiresRepeatedlyAndDeletionWaitsForTheRunningCall) {
-  Ticks ticks;
-  ticks.work = milliseconds(100);  // longer than the period: a call is nearly always running
-  Timer* timer = CreateTimer(Ticks::Callback, &ticks, 0, 1);
-  ASSERT_NE(timer, nullptr);
-  ASSERT_TRUE(ticks.WaitBegun(3));
-  DeleteTimer(timer);
-  const auto counts = ticks.Counts();
-  EXPECT_EQ(counts.second, counts.first) << "deletion returned while a call ran";
-  std::this_thread::sleep_for(milliseconds(30));
-  EXPECT_EQ(ticks.Counts(), counts) << "a call started after deletion";
-}
-
-TEST(Timer, PeriodZeroFiresOnceAndNullArguments) {
+TEST(Timer, FiresRepeatedlyOrOnceAndDeletionWaitsForTheRunningCall) {
   EXPECT_EQ(CreateTimer(nullptr, nullptr, 0, 10), nullptr);
   DeleteTimer(nullptr);
-  Ticks ticks;
-  Timer* timer = CreateTimer(Ticks::Callback, &ticks, 5, 0);
-  ASSERT_NE(timer, nullptr);
-  EXPECT_TRUE(ticks.WaitBegun(1));
-  std::this_thread::sleep_for(milliseconds(100));
-  DeleteTimer(timer);
-  EXPECT_EQ(ticks.Counts(), std::make_pair(size_t{1}, size_t{1}));
-}
-
-TEST(Timer, DeletionFromAnotherThreadDoesNotWaitOutThePeriod) {
-  Ticks ticks;
-  constexpr uint32_t kHour = 3600 * 1000;
-  Timer* timer = CreateTimer(Ticks::Callback, &ticks, kHour, kHour);
-  ASSERT_NE(timer, nullptr);
+  for (const uint32_t period : {1, 0}) {  // a call nearly always running; a single call
+    Ticks ticks{{}, {}, {}, 100ms};
+    Timer* timer = CreateTimer(Ticks::Callback, &ticks, 0, period);
+    ASSERT_TRUE(ticks.Begun(period ? 3 : 1));
+    std::this_thread::sleep_for(period ? 0ms : 200ms);
+    DeleteTimer(timer);
+    const auto counts = ticks.Counts();
+    EXPECT_EQ(counts.second, counts.first) << "deletion returned while a call ran";
+    EXPECT_TRUE(period || counts.first == 1) << counts.first << " calls";
+    std::this_thread::sleep_for(30ms);
+    EXPECT_EQ(ticks.Counts(), counts) << "a call began after deletion";
+  }
+  Ticks ticks{{}, {}, {}, 0ms};  // deleted from another thread an hour before its first call
+  Timer* timer = CreateTimer(Ticks::Callback, &ticks, 3600000, 3600000);
   const auto before = Clock::now();
   std::thread([timer] { DeleteTimer(timer); }).join();
-  EXPECT_LT(Clock::now() - before, std::chrono::seconds(30));
-  EXPECT_EQ(ticks.Counts().first, 0u);
+  EXPECT_LT(Clock::now() - before, 30s);
 }
 
+// Deadlines are absolute: call k never begins before 20 + 20 k ms, and the
+// time a call took comes off the wait for the next: a timer that slept a
+// whole period after each call would never begin one sooner.
 TEST(Timer, KeepsItsPhase) {
-  constexpr int kTicks = 12;
-  constexpr uint32_t kDue = 20, kPeriod = 20;
-  Ticks ticks;
-  ticks.work = milliseconds(5);
+  Ticks ticks{{}, {}, {}, 5ms};
   const auto start = Clock::now();
-  Timer* timer = CreateTimer(Ticks::Callback, &ticks, kDue, kPeriod);
-  ASSERT_NE(timer, nullptr);
-  ASSERT_TRUE(ticks.WaitBegun(kTicks));
+  Timer* timer = CreateTimer(Ticks::Callback, &ticks, 20, 20);
+  ASSERT_TRUE(ticks.Begun(12));
   DeleteTimer(timer);
-  // Deadlines are absolute: call k never begins before due + k periods, ...
-  for (int k = 0; k < kTicks; ++k)
-    EXPECT_GE(ticks.begins[k] - start, milliseconds(kDue + k * kPeriod)) << "call " << k;
-  // ... and the time a call took comes off the wait for the next one. A timer
-  // that slept a whole period after each call would never begin a call less
-  // than a period after the previous one ended.
   int shortWaits = 0;
-  for (int k = 0; k + 1 < kTicks; ++k)
-    shortWaits += ticks.begins[k + 1] - ticks.ends[k] < milliseconds(kPeriod);
+  for (int k = 0; k < 12; ++k) {
+    EXPECT_GE(ticks.begins[k] - start, std::chrono::milliseconds(20 + k * 20)) << "call " << k;
+    shortWaits += k > 0 && ticks.begins[k] - ticks.ends[k - 1] < 20ms;
+  }
   EXPECT_GT(shortWaits, 0);
 }
 

@@ -9,7 +9,7 @@
 #include <regex>
 #include <string>
 
-#include "common/streams.h"
+#include "support/clips.h"
 #include "tools/shell.h"
 
 namespace corvane::test {
@@ -20,7 +20,7 @@ std::string Tool(const std::string& args) {
 }
 
 std::string Folder(const std::string& name) {
-  const std::string dir = std::string(CORVANE_TEST_DATA_DIR) + "/decode-files/" + name;
+  const std::string dir = std::filesystem::current_path() / "decode-files" / name;
   std::filesystem::remove_all(dir);
   std::filesystem::create_directories(dir);
   return dir;
@@ -61,8 +61,9 @@ const FileCase kFiles[] = {
 constexpr int kFrames = 14;
 
 std::string File(const FileCase& c) {
-  return MakeStream(std::string(c.label) + "_" + c.file, c.odd ? 175 : 160, c.odd ? 143 : 96,
-                    kFrames, c.args, c.odd ? "testsrc" : "testsrc2");
+  const std::string name = std::string(c.label) + "_" + c.file;
+  return MakeClip({name.c_str(), c.odd ? 175 : 160, c.odd ? 143 : 96, kFrames, c.args,
+                   c.odd ? "testsrc" : "testsrc2"});
 }
 const std::string kCount = "\npictures: " + std::to_string(kFrames) + "\n";
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "common/streams.h"
+#include "support/clips.h"
 #include "tools/shell.h"
 
 namespace corvane::test {
@@ -78,7 +78,7 @@ class PlayOnX : public testing::Test {
 // scaled down to the screen; in it space pauses and q quits: a clip of 4 s at
 // 25 frames a second ends after a handful of frames.
 TEST_F(PlayOnX, EveryFrameAWindowOfThePicturesShapeAndTheKeys) {
-  const std::string clip = MakeStream("play.mkv", 160, 96, 14, "-c:v libx264 -bf 3", "testsrc2");
+  const std::string clip = MakeClip({"play.mkv", 160, 96, 14, "-c:v libx264 -bf 3"});
   Ran run = Play("'" + clip + "' --fps 100");
   EXPECT_EQ(run.status, 0);
   EXPECT_NE(run.out.find(": 14 frames shown at 100 frames a second in a 160x96 window"),
@@ -86,8 +86,7 @@ TEST_F(PlayOnX, EveryFrameAWindowOfThePicturesShapeAndTheKeys) {
       << run.out;
 
   const int width = screen_->width_in_pixels * 3 / 4;  // twice that on the screen
-  const std::string wide =
-      MakeStream("play_wide.mkv", width, 96, 100, "-c:v libx264 -vf setsar=2", "testsrc2");
+  const std::string wide = MakeClip({"play_wide.mkv", width, 96, 100, "-c:v libx264 -vf setsar=2"});
   auto player = std::async(std::launch::async, [&] { return Play("'" + wide + "' --fps 25"); });
   const xcb_window_t window = WaitForWindow(wide);
   ASSERT_NE(window, 0u);

@@ -3,7 +3,7 @@
 // made stays null and its users carry on without it.
 #include "decoder/decoder.h"
 #include "platform/mutex.h"
-#include "render/render_process.h"
+#include "render/render.h"
 
 namespace corvane {
 

@@ -1,15 +1,13 @@
 // The render family of exports: one render session per handle, drawing BGR24
 // frames on an X11 window.
 #include "corvane.h"
-#include "render/render_process.h"
+#include "render/render.h"
 
 using corvane::render::RenderSession;
 
 extern "C" {
 
-RenderHandle VideoRenderOpen(void) {
-  return corvane::render::OpenRenderSession(corvane::render::ProcessObjects());
-}
+RenderHandle VideoRenderOpen(void) { return corvane::render::OpenRenderSession(); }
 
 int32_t VideoRenderClose(RenderHandle session) {
   corvane::render::CloseRenderSession(static_cast<RenderSession*>(session));

@@ -1,4 +1,6 @@
-#include "render/render_process.h"
+// The renderer's objects that exist once per process, and the sessions the
+// exports open on them.
+#include "render/render_session.h"
 
 namespace corvane::render {
 
@@ -26,11 +28,11 @@ void ReleaseDirect3D() {
   g_direct3d = nullptr;
 }
 
-RenderProcess ProcessObjects() {
+RenderSession* OpenRenderSession() {
   RenderProcess process;
   process.direct3d = g_direct3d;
   process.renderInitMutex = g_renderInitMutex;
-  return process;
+  return OpenRenderSession(process);
 }
 
 }  // namespace corvane::render

@@ -15,6 +15,7 @@
 #include "platform/mutex.h"
 #include "platform/timer.h"
 #include "render/direct3d.h"
+#include "render/render.h"
 
 struct SwsContext;
 
@@ -76,11 +77,8 @@ struct RenderSession {
 
 // --- session and lists (render_session.cpp) ---
 
-// Null if the record, a list head or a mutex cannot be had.
+// A session on the given objects and timer facility (the exports' own is in render.h).
 RenderSession* OpenRenderSession(const RenderProcess& process);
-// Stops the timer (waiting for a running tick), drops queued frames, releases
-// the device and frees everything. Null does nothing.
-void CloseRenderSession(RenderSession* session);
 
 // Appends at the tail. On a failed node allocation the surface is released.
 void AppendSurface(SurfaceNode* head, std::atomic<uint64_t>& count, IDirect3DSurface9* surface);
@@ -94,10 +92,6 @@ void StopPresentation(RenderSession* session);
 
 // --- frame submission (frame_submission.cpp) ---
 
-// One BGR24 frame, `width` × 3 bytes a row, top row first. Always 0: a
-// dropped frame and a failed device are no error of the caller's.
-int32_t SubmitFrame(RenderSession* session, WindowId window, const uint8_t* pixels, int32_t width,
-                    int32_t height);
 bool NeedsRebuild(RenderSession* session, WindowId window, int32_t width, int32_t height);
 HResult RebuildDevice(RenderSession* session, WindowId window, int32_t width, int32_t height);
 // Gives up the device and asks the next frame to rebuild.
@@ -108,8 +102,6 @@ void ConvertFrame(RenderSession* session, const uint8_t* pixels, int32_t width, 
 
 // --- rate and presentation (present_tick.cpp) ---
 
-// Takes effect at the next frame, which rebuilds. Always 0.
-int32_t SetFramesPerSecond(RenderSession* session, int32_t framesPerSecond);
 // Whole milliseconds between ticks, truncated: 60 frames a second give 16.
 int32_t PresentationPeriodMs(int32_t framesPerSecond);
 int32_t SurfaceLimitFor(int32_t framesPerSecond);

@@ -1,163 +1,218 @@
-// Render sessions on the recording backend with a hand-driven timer: the rate
-// arithmetic, the path each mode takes, what each rebuild does, and the pixels
-// a frame leaves in the back buffer.
-#include "render/render_fixture.h"
+// Render sessions on the recording backend. Each scenario runs once as it is,
+// checked for what is shown and how the one device is rebuilt, then once for
+// every display operation it makes with that one failing: every frame still
+// returns 0, a failed device is given up and the next frame rebuilds it, and
+// the next frame is shown. Then sessions on the platform's real timer.
+#include <future>
+#include <map>
+
+#include "support/render_rig.h"
 
 namespace corvane::test {
 namespace {
 
-using render::RenderModeArmed;
-using render::RenderModeIdle;
-using render::RenderModeQueued;
-using render::RenderModeRebuild;
+using namespace std::chrono_literals;
 
 TEST(RenderRate, PeriodTruncatesAndLimitIsHalfTheRate) {
-  struct Row {
-    int32_t fps, periodMs, limit;
-  };
-  const Row rows[] = {{1, 1000, 0}, {5, 200, 2},  {15, 66, 7},    {24, 41, 12},    {25, 40, 12},
-                      {30, 33, 15}, {60, 16, 30}, {1000, 1, 500}, {2000, 0, 1000}, {-10, -100, -5}};
-  for (const Row& row : rows) {
-    EXPECT_EQ(render::PresentationPeriodMs(row.fps), row.periodMs) << row.fps << " fps";
-    EXPECT_EQ(render::SurfaceLimitFor(row.fps), row.limit) << row.fps << " fps";
-  }
+  const int32_t rows[][3] = {{1, 1000, 0},    {5, 200, 2},    {15, 66, 7},  {24, 41, 12},
+                             {25, 40, 12},    {30, 33, 15},   {60, 16, 30}, {1000, 1, 500},
+                             {2000, 0, 1000}, {-10, -100, -5}};
+  for (const auto& [fps, period, limit] : rows)
+    EXPECT_EQ(std::pair(render::PresentationPeriodMs(fps), render::SurfaceLimitFor(fps)),
+              std::pair(period, limit))
+        << fps;
 }
 
-TEST(RenderSession, SessionsShareTheNamedMutexesButNotTheirLists) {
-  Rig a, b;
-  EXPECT_EQ(a.session->freeMutex, b.session->freeMutex);
-  EXPECT_EQ(a.session->displayMutex, b.session->displayMutex);
-  EXPECT_EQ(a.session->deviceMutex, b.session->deviceMutex);
-  EXPECT_EQ(a.session->tickMutex, b.session->tickMutex);
-  EXPECT_EQ(a.session->timerMutex, b.session->timerMutex);
-  EXPECT_NE(a.session->freeSurfaces, b.session->freeSurfaces);
+struct Step {
+  char kind;  // 'F' frame `value`, 'T' tick, 'R' client area resized, 'S' `value` frames a second
+  int32_t value = 0;
+  int width = 32, height = 24;
+  render::WindowId window = 7;
+};
+Step F(int32_t n, int w = 32, int h = 24, render::WindowId window = 7) {
+  return {'F', n, w, h, window};
+}
+Step S(int32_t fps) { return {'S', fps}; }
+const Step T{'T'}, R{'R'};
+
+struct Scenario {
+  uint32_t caps;  // vertex processing: in hardware if any
+  std::vector<Step> steps;
+  std::vector<int32_t> shown;  // the frames presented when nothing fails
+  size_t resets;               // rebuilds of the one device when nothing fails
+};
+
+const Scenario kScenarios[] = {
+    // Drawn at once: each change of client area, frame size or window rebuilds.
+    {1,
+     {F(1), F(2), R, F(3), F(4, 48, 20), F(5, 48, 21), F(6, 48, 21, 9), F(7, 48, 21, 9), F(8, 1, 2),
+      F(9, 3, 3), F(10, 17, 5), F(11, 101, 7), F(12, 33, 1)},
+     {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+     9},
+    // Queued: oldest first; a rebuild drops what waits (4).
+    {0,
+     {S(25), F(1), T, F(2), F(3), T, T, T, F(4), R, F(5), T, F(6, 48, 20), T, F(7, 48, 20, 9), T},
+     {1, 2, 3, 5, 6, 7},
+     3},
+    // A rate takes effect at the next frame: at 1 a second no frame may wait
+    // (2 goes), 0 and below draw at once, above 1000 the timer is due at once.
+    {1, {F(1), S(1), F(2), S(1), S(0), T, F(3), S(-10), F(4), S(5000), F(5), T}, {1, 3, 4, 5}, 4}};
+
+// The BGRX rows a frame leaves in the back buffer. The last row isn't
+// converted: the direct path's clear leaves it white, a queued surface 0xAB.
+std::vector<uint8_t> Widened(const Step& f, uint8_t lastRow) {
+  const std::vector<uint8_t> frame = MakeFrame(f.width, f.height, f.value);
+  std::vector<uint8_t> rows(size_t(f.width) * f.height * 4, lastRow);
+  for (int i = 0; i < f.width * (f.height - 1); ++i)
+    std::memcpy(&rows[i * 4], &frame[i * 3], 3), rows[i * 4 + 3] = 0xFF;
+  return rows;
 }
 
-TEST(RenderSession, RateZeroShowsEveryFrameAtOnceOnOneDeviceAndBadFramesDoNothing) {
-  for (uint32_t caps : {0u, 1u}) {
-    Rig rig;
-    rig.backend.vertexProcessingCaps = caps;
-    const auto frame = MakeFrame(8, 8, 1);
-    EXPECT_EQ(render::SubmitFrame(rig.session, 7, nullptr, 8, 8), 0);
-    EXPECT_EQ(render::SubmitFrame(rig.session, 7, frame.data(), 0, 8), 0);
-    EXPECT_EQ(render::SubmitFrame(rig.session, 7, frame.data(), 8, -8), 0);
-    EXPECT_EQ(rig.backend.CallCount(), 0u);
-
-    EXPECT_EQ(rig.Frame(1), 0);
-    EXPECT_EQ(rig.session->mode.load(), RenderModeRebuild);
-    EXPECT_FALSE(ManualTimer::Running());
-    EXPECT_EQ(rig.Frame(2), 0);
-    // Multithreaded, with hardware vertex processing where the caps offer it.
-    EXPECT_EQ(rig.backend.ValuesOf(Op::CreateDevice), std::vector<uint32_t>{caps ? 0x44u : 0x24u});
-    EXPECT_EQ(rig.backend.CountOf(Op::Reset), 0u);
-    EXPECT_EQ(rig.backend.ValuesOf(Op::Present), (std::vector<uint32_t>{Stamp(1), Stamp(2)}));
-  }
-}
-
-TEST(RenderSession, RateQueuesFramesOldestFirstAndEachChangeRebuildsByReset) {
+// Runs the scenario with call `failAt` failing, then one more frame, which
+// must be shown. Returns the number of calls the scenario made.
+size_t RunScenario(const Scenario& scenario, size_t failAt) {
   Rig rig;
-  EXPECT_EQ(render::SetFramesPerSecond(rig.session, 25), 0);
-  EXPECT_EQ(rig.Frame(1), 0);
-  EXPECT_EQ(ManualTimer::created, 1);
-  EXPECT_EQ(ManualTimer::due, 40u);
-  EXPECT_EQ(ManualTimer::period, 40u);
-  EXPECT_EQ(rig.session->mode.load(), RenderModeArmed);
-  EXPECT_EQ(rig.session->displayCount.load(), 1u);
-  EXPECT_EQ(rig.backend.CountOf(Op::Present), 0u);
-  rig.Frame(2);
-  ManualTimer::Tick();
-  EXPECT_EQ(rig.session->mode.load(), RenderModeQueued);
-  ManualTimer::Tick();
-  const size_t callsBefore = rig.backend.CallCount();
-  ManualTimer::Tick();  // nothing waits: no device call, the mode stays
-  EXPECT_EQ(rig.backend.CallCount(), callsBefore);
-  EXPECT_EQ(rig.session->mode.load(), RenderModeQueued);
-  rig.Frame(3);  // reuses the surface given back first
-  ManualTimer::Tick();
-  EXPECT_EQ(rig.backend.CountOf(Op::CreateOffscreenPlainSurface), 2u);
-  EXPECT_EQ(rig.backend.ValuesOf(Op::UpdateSurface),
-            (std::vector<uint32_t>{Stamp(1), Stamp(2), Stamp(3)}));
-  EXPECT_EQ(rig.backend.CountOf(Op::Present), 3u);
-  ExpectListsConsistent(rig.session);
-
-  struct Step {
-    const char* what;
-    int w, h;
-    render::WindowId window;
+  Backend& backend = rig.backend;
+  backend.caps = scenario.caps;
+  backend.failWhen = [failAt](size_t index, Op) { return index == failAt; };
+  backend.beforeCall = [&](Op op) {  // a rebuild finds both lists drained
+    const bool rebuild = op == Op::CreateDevice || op == Op::Reset;
+    EXPECT_EQ(rebuild ? rig.session->displayCount + rig.session->freeCount : 0, 0u);
   };
-  const Step steps[] = {{"client area resized", 32, 24, 7},
-                        {"new frame size", 48, 20, 7},
-                        {"another window", 48, 20, 9}};
-  rig.Frame(4);  // waits, with two surfaces free: each rebuild drains both lists
-  for (const Step& step : steps) {
-    SCOPED_TRACE(step.what);
-    rig.backend.SetClientRect(300, 200);
-    const int created = ManualTimer::created;
-    const size_t resets = rig.backend.CountOf(Op::Reset);
-    EXPECT_EQ(rig.Frame(10, step.w, step.h, step.window), 0);
-    EXPECT_EQ(rig.backend.CountOf(Op::Reset), resets + 1);
-    EXPECT_EQ(ManualTimer::created, created + 1);
-    EXPECT_EQ(rig.session->displayCount.load(),
-              1u);  // the queue was drained; only this frame waits
-    EXPECT_EQ(rig.session->freeCount.load(), 0u);
-    EXPECT_EQ(rig.session->mode.load(), RenderModeArmed);
+  auto rebuilds = [&] {
+    return backend.ValuesOf(Op::CreateDevice).size() + backend.ValuesOf(Op::Reset).size();
+  };
+  std::map<int32_t, Step> frames;
+  int32_t fps = 0, timerFps = 0;  // the rate now, and at the last rebuild
+  bool mustRebuild = false;
+  for (const Step& step : scenario.steps) {
+    const size_t calls = backend.Calls().size(), rebuilt = rebuilds(),
+                 shown = backend.ValuesOf(Op::Present).size();
+    if (step.kind == 'F') {
+      EXPECT_EQ(rig.Frame(step.value, step.width, step.height, step.window), 0);
+      EXPECT_TRUE(!mustRebuild || rebuilds() > rebuilt) << "no rebuild at frame " << step.value;
+      timerFps = rebuilds() > rebuilt ? fps : timerFps;
+      frames[step.value] = step;
+    }
+    if (step.kind == 'T') ManualTimer::Tick();
+    if (step.kind == 'R') backend.client = {0, 0, 320, 200};
+    EXPECT_EQ(step.kind == 'S' ? render::SetFramesPerSecond(rig.session, fps = step.value) : 0, 0);
+    const uint32_t period = timerFps > 0 ? render::PresentationPeriodMs(timerFps) : 0;
+    EXPECT_EQ(ManualTimer::callback ? std::pair(ManualTimer::due, ManualTimer::period)
+                                    : std::pair(period, period),
+              std::pair(period, period));
+    const std::vector<Backend::Call> log = backend.Calls();
+    if (failAt == SIZE_MAX && backend.ValuesOf(Op::Present).size() > shown) {
+      const auto rows = Widened(frames[scenario.shown[shown]], step.kind == 'T' ? 0xAB : 0xFF);
+      EXPECT_EQ(backend.shown, rows) << "frame " << scenario.shown[shown];
+      EXPECT_EQ(log.back().value, rows[0] | rows[1] << 8 | rows[2] << 16 | 0xFF000000u);
+      std::vector<Op> ops;  // a tick: back buffer, clear, copy, present
+      for (size_t i = calls; i < log.size() && step.kind == 'T'; ++i) ops.push_back(log[i].op);
+      EXPECT_EQ(ops.size(), step.kind == 'T' ? 4u : 0u);
+      EXPECT_TRUE(ops.empty() || ops == std::vector<Op>({Op::GetBackBuffer, Op::Clear,
+                                                         Op::UpdateSurface, Op::Present}));
+    }
+    // Caps and the client area only feed decisions; the back buffer's unlock isn't read.
+    const Op failed = failAt >= calls && failAt < log.size() ? log[failAt].op : Op::GetDeviceCaps;
+    if (failed != Op::GetDeviceCaps && failed != Op::GetClientRect &&
+        (failed != Op::UnlockRect || fps > 0)) {
+      EXPECT_EQ(rig.session->device.load(), nullptr);
+      EXPECT_TRUE(rig.session->rebuildPending.load());
+      mustRebuild = true;
+    } else if (step.kind == 'F') {
+      mustRebuild = false;
+    }
   }
-  EXPECT_EQ(rig.backend.CountOf(Op::CreateDevice), 1u);
-  rig.Frame(11, 48, 20, 9);  // the same again changes nothing
-  EXPECT_EQ(rig.backend.CountOf(Op::Reset), 3u);
+  const size_t calls = backend.Calls().size();
+  if (failAt == SIZE_MAX) {
+    EXPECT_EQ(backend.ValuesOf(Op::Present).size(), scenario.shown.size());
+    // Multithreaded, vertex processing in hardware where the caps offer it.
+    EXPECT_EQ(backend.ValuesOf(Op::CreateDevice),
+              std::vector<uint32_t>{scenario.caps ? 0x44u : 0x24u});
+    EXPECT_EQ(backend.ValuesOf(Op::Reset).size(), scenario.resets);
+  }
+  EXPECT_EQ(rig.Frame(100), 0);
+  if (fps > 0) ManualTimer::Tick();
+  EXPECT_EQ(backend.ValuesOf(Op::Present).back(), Stamp(100));
+  return calls;
 }
 
-TEST(RenderSession, RateChangesTakeEffectAtTheNextFrame) {
+TEST(RenderSession, ScenariosShowTheirFramesAndSurviveEveryFailure) {
+  for (const Scenario& scenario : kScenarios) {
+    const size_t calls = RunScenario(scenario, SIZE_MAX);
+    for (size_t failAt = 0; failAt < calls && !::testing::Test::HasFailure(); ++failAt) {
+      SCOPED_TRACE("call " + std::to_string(failAt) + " of " +
+                   std::to_string(scenario.steps.size()) + " steps fails");
+      RunScenario(scenario, failAt);
+    }
+  }
+}
+
+TEST(RenderSession, BadFramesAndADeviceThatNeverComesFailNothing) {
   Rig rig;
-  render::SetFramesPerSecond(rig.session, 1);  // limit 0: every queued frame is dropped
-  EXPECT_EQ(rig.Frame(1), 0);
-  EXPECT_EQ(rig.session->displayCount.load(), 0u);
-  EXPECT_EQ(rig.backend.CountOf(Op::CreateOffscreenPlainSurface), 0u);
-  EXPECT_EQ(render::SetFramesPerSecond(rig.session, 1), 0);  // same rate: nothing changes
-  EXPECT_FALSE(rig.session->rebuildPending.load());
-  render::SetFramesPerSecond(rig.session, 0);
-  ManualTimer::Tick();  // a rate change stops presentation until the rebuild
-  EXPECT_EQ(rig.session->mode.load(), RenderModeIdle);
-  EXPECT_EQ(rig.Frame(2), 0);
-  EXPECT_FALSE(ManualTimer::Running());
-  render::SetFramesPerSecond(rig.session, -10);  // no timer runs on a negative period
-  EXPECT_EQ(rig.Frame(3), 0);
-  EXPECT_FALSE(ManualTimer::Running());
-  EXPECT_EQ(rig.backend.ValuesOf(Op::Present), (std::vector<uint32_t>{Stamp(2), Stamp(3)}));
-  render::SetFramesPerSecond(rig.session, 5000);  // above 1000: due at once, fires once
+  const auto frame = MakeFrame(8, 8, 1);
+  for (const auto& [pixels, w, h] :
+       {std::tuple(frame.data(), 0, 8), std::tuple(frame.data(), 8, -8),
+        std::tuple<const uint8_t*, int, int>(nullptr, 8, 8)})
+    EXPECT_EQ(render::SubmitFrame(rig.session, 7, pixels, w, h), 0);
+  EXPECT_EQ(rig.backend.Calls().size(), 0u);
+  bool failing = true;
+  rig.backend.failWhen = [&](size_t, Op op) { return failing && op == Op::CreateDevice; };
+  render::SetFramesPerSecond(rig.session, 25);
+  for (int32_t n = 1; n <= 3; ++n) EXPECT_EQ(rig.Frame(n), 0);
+  EXPECT_EQ(rig.backend.ValuesOf(Op::CreateDevice).size(), 3u);
+  EXPECT_EQ(ManualTimer::callback, nullptr);
+  failing = false;
   rig.Frame(4);
-  EXPECT_TRUE(ManualTimer::Running());
-  EXPECT_EQ(ManualTimer::due, 0u);
-  EXPECT_EQ(ManualTimer::period, 0u);
-}
-
-// What the last frame presented: rows 0 to height - 2 are the frame widened to
-// BGRX; the last row is white after the direct path's clear, and keeps the
-// surface's old pixels after the queued path.
-void ExpectShown(const render::RenderSession* session, const std::vector<uint8_t>& frame, int w,
-                 int h, uint8_t lastRowByte) {
-  std::vector<uint8_t> expected(static_cast<size_t>(w) * h * 4, lastRowByte);
-  for (int i = 0; i < w * (h - 1); ++i) {
-    std::memcpy(&expected[i * 4], &frame[i * 3], 3);
-    expected[i * 4 + 3] = 0xFF;
-  }
-  EXPECT_EQ(static_cast<RecordingDevice*>(session->device.load())->shown, expected)
-      << w << "x" << h;
-}
-
-TEST(RenderSession, FramesAreWidenedRowForRowButTheLast) {
-  Rig rig;
-  const int sizes[][2] = {{1, 2}, {3, 3}, {17, 5}, {64, 48}, {33, 1}, {101, 7}};
-  for (const auto& size : sizes) {
-    const auto frame = MakeFrame(size[0], size[1], 5, size[0]);
-    render::SubmitFrame(rig.session, 7, frame.data(), size[0], size[1]);
-    ExpectShown(rig.session, frame, size[0], size[1], 0xFF);
-  }
-  render::SetFramesPerSecond(rig.session, 10);
-  const auto frame = MakeFrame(19, 6, 6);
-  render::SubmitFrame(rig.session, 7, frame.data(), 19, 6);
   ManualTimer::Tick();
-  ExpectShown(rig.session, frame, 19, 6, 0xAB);
+  EXPECT_EQ(rig.backend.ValuesOf(Op::Present), std::vector<uint32_t>{Stamp(4)});
+}
+
+// On the real timer, two sessions side by side on the shared mutexes: frames
+// faster than the rate wait up to the limit (and the surface a tick holds, the
+// back buffer) and go out oldest first.
+TEST(RenderPacing, FasterFramesWaitUpToTheLimitAndGoOutOldestFirst) {
+  auto run = [](int rate, int32_t resizeAt) {
+    Rig rig(true);
+    render::SetFramesPerSecond(rig.session, rate);
+    for (int32_t n = 1; n <= 150; ++n) {
+      if (n == resizeAt) rig.backend.client = {0, 0, 200, 100};
+      EXPECT_EQ(rig.Frame(n), 0);
+      EXPECT_LE(rig.backend.live.load(), render::SurfaceLimitFor(rate) + 3);  // and the device
+      std::this_thread::sleep_for(1ms);
+    }
+    for (auto end = std::chrono::steady_clock::now() + 20s;
+         rig.session->displayCount > 0 && std::chrono::steady_clock::now() < end;)
+      std::this_thread::sleep_for(2ms);
+    rig.Close();
+    const auto shown = rig.backend.ValuesOf(Op::UpdateSurface);
+    EXPECT_GE(shown.size(), 12u);
+    EXPECT_LT(shown.size(), 150u);  // some were dropped
+    for (size_t i = 1; i < shown.size(); ++i) EXPECT_LT(shown[i - 1], shown[i]) << "at " << i;
+  };
+  std::thread a(run, 25, 0), b(run, 40, 70);
+  a.join(), b.join();
+}
+
+TEST(RenderPacing, CloseWaitsForARunningTickAndNoneFollows) {
+  Rig rig(true);
+  std::promise<void> entered, release;
+  std::shared_future<void> released = release.get_future().share();
+  rig.backend.beforeCall = [&](Op op) {
+    if (op == Op::Present) entered.set_value(), released.wait();  // one frame, one present
+  };
+  render::SetFramesPerSecond(rig.session, 100);
+  rig.Frame(1);
+  ASSERT_EQ(entered.get_future().wait_for(20s), std::future_status::ready);
+  std::atomic<bool> closed{false};
+  std::thread closer([&] { rig.Close(), closed = true; });
+  std::this_thread::sleep_for(100ms);
+  EXPECT_FALSE(closed.load()) << "close returned while a tick was running";
+  release.set_value();
+  closer.join();
+  const size_t calls = rig.backend.Calls().size();
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(rig.backend.Calls().size(), calls);
 }
 
 }  // namespace

@@ -1,0 +1,176 @@
+// Windows of the tests' own X connection for the renderer to draw on, read
+// back and compared with the frame stretched over them; and frames to draw.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <xcb/xcb.h>
+
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace corvane::test {
+
+// BGR24, random but for pixel 0, which holds `number` (blue lowest).
+inline std::vector<uint8_t> MakeFrame(int width, int height, uint32_t number) {
+  std::vector<uint8_t> frame(size_t(width) * height * 3);
+  std::mt19937 random(number * 7919 + width);
+  for (auto& byte : frame) byte = uint8_t(random());
+  for (int c = 0; c < 3; ++c) frame[c] = uint8_t(number >> (8 * c));
+  return frame;
+}
+
+// One connection for the whole run, or null without a server on DISPLAY. Held
+// open, it keeps the server from resetting between the renderer's connections.
+inline xcb_connection_t* TestConnection() {
+  static xcb_connection_t* const xcb = [] {
+    xcb_connection_t* c = std::getenv("DISPLAY") ? xcb_connect(nullptr, nullptr) : nullptr;
+    return c && !xcb_connection_has_error(c) ? c : nullptr;
+  }();
+  return xcb;
+}
+
+inline void Sync() {
+  std::free(xcb_get_input_focus_reply(TestConnection(), xcb_get_input_focus(TestConnection()), 0));
+}
+
+inline const xcb_screen_t* Screen() {
+  return xcb_setup_roots_iterator(xcb_get_setup(TestConnection())).data;
+}
+
+// Test programs run side by side, and a window on top would hide what is drawn
+// below: each program holds a cell of 440 x 220 pixels of the screen for its
+// life, as the owner of a selection named after the cell (the server drops it
+// with the connection). With every cell taken the first is shared.
+inline std::pair<int16_t, int16_t> CellOrigin() {
+  static const std::pair<int16_t, int16_t> origin = [] {
+    xcb_connection_t* xcb = TestConnection();
+    const int columns = std::max(1, Screen()->width_in_pixels / 440);
+    const int cells = columns * std::max(1, Screen()->height_in_pixels / 220);
+    const xcb_window_t owner = xcb_generate_id(xcb);
+    xcb_create_window(xcb, 0, owner, Screen()->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY,
+                      Screen()->root_visual, 0, nullptr);
+    xcb_grab_server(xcb);  // nobody claims between the look and the claim
+    int cell = 0;
+    for (bool taken = true; taken && cell < cells; cell += taken) {
+      const std::string name = "CORVANE_TEST_CELL_" + std::to_string(cell);
+      auto* atom =
+          xcb_intern_atom_reply(xcb, xcb_intern_atom(xcb, 0, name.size(), name.c_str()), 0);
+      auto* holder =
+          xcb_get_selection_owner_reply(xcb, xcb_get_selection_owner(xcb, atom->atom), 0);
+      if (!(taken = holder->owner != XCB_NONE)) xcb_set_selection_owner(xcb, owner, atom->atom, 0);
+      std::free(atom), std::free(holder);
+    }
+    xcb_ungrab_server(xcb);
+    return std::pair<int16_t, int16_t>(cell % cells % columns * 440, cell % cells / columns * 220);
+  }();
+  return origin;
+}
+
+class XWindow {
+ public:
+  // Mapped in the left (place 0) or right half of this program's cell.
+  XWindow(int width, int height, int place = 0, uint32_t background = 0)
+      : width_(width), height_(height) {
+    const uint32_t values[] = {background, 1};  // back pixel, override redirect
+    xcb_create_window(TestConnection(), 0, id_ = xcb_generate_id(TestConnection()), Screen()->root,
+                      CellOrigin().first + place * 220, CellOrigin().second, width, height, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, Screen()->root_visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+    xcb_map_window(TestConnection(), id_);
+    Sync();
+  }
+  ~XWindow() { Destroy(); }
+  void Destroy() {
+    if (id_ != 0) xcb_destroy_window(TestConnection(), id_);
+    Sync();
+    id_ = 0;
+  }
+  void Resize(int width, int height) {
+    const uint32_t size[] = {uint32_t(width_ = width), uint32_t(height_ = height)};
+    xcb_configure_window(TestConnection(), id_, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+                         size);
+    Sync();
+  }
+  void Wipe() {  // back to the window's own colour
+    xcb_clear_area(TestConnection(), 0, id_, 0, 0, 0, 0);
+    Sync();
+  }
+  // Pixels that don't show the BGR24 frame stretched over the window by nearest
+  // neighbour, polled for up to `seconds`. The frame's last row isn't converted:
+  // it shows `lastRow` (0xRRGGBB). A null 1 x 1 frame is all last row.
+  int Mismatches(const uint8_t* frame, int fw, int fh, uint32_t lastRow, int seconds = 20) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    for (;; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+      auto* image = xcb_get_image_reply(TestConnection(),
+                                        xcb_get_image(TestConnection(), XCB_IMAGE_FORMAT_Z_PIXMAP,
+                                                      id_, 0, 0, width_, height_, ~0u),
+                                        0);
+      const int all = width_ * height_;
+      int bad = image && xcb_get_image_data_length(image) == all * 4 ? 0 : all;
+      for (int i = 0; bad < all && i < all; ++i)
+        bad += !Shows(xcb_get_image_data(image) + i * 4, i % width_, i / width_, frame, fw, fh,
+                      lastRow);
+      std::free(image);
+      if (bad == 0 || std::chrono::steady_clock::now() > end) return bad;
+    }
+  }
+  xcb_window_t id() const { return id_; }
+
+ private:
+  // Whether `got` (BGRX) is the source pixel whose area holds the centre of
+  // (x, y); a centre on a border may take either side.
+  bool Shows(const uint8_t* got, int x, int y, const uint8_t* frame, int fw, int fh,
+             uint32_t lastRow) const {
+    auto sources = [](int d, int dn, int sn) {
+      const int64_t num = (2 * int64_t{d} + 1) * sn, den = 2 * int64_t{dn};
+      return std::pair<int, int>(num / den - (num % den == 0), num / den);
+    };
+    const auto [y0, y1] = sources(y, height_, fh);
+    const auto [x0, x1] = sources(x, width_, fw);
+    const uint8_t last[3] = {uint8_t(lastRow), uint8_t(lastRow >> 8), uint8_t(lastRow >> 16)};
+    for (int sy = y0; sy <= y1; ++sy)
+      for (int sx = x0; sx <= x1; ++sx)
+        if (std::memcmp(got, sy == fh - 1 ? last : frame + (size_t(sy) * fw + sx) * 3, 3) == 0)
+          return true;
+    return false;
+  }
+
+  xcb_window_t id_ = 0;
+  int width_, height_;
+};
+
+using DrawFn =
+    std::function<int32_t(xcb_window_t, const std::vector<uint8_t>& frame, int w, int h)>;
+
+// Frames through `draw` on a window of many sizes (height alone, width alone,
+// both), on a second window, on one destroyed meanwhile (the call must still
+// return 0) and on a new window after it; each read back.
+inline void ExpectFramesFollowWindows(const DrawFn& draw, uint32_t lastRow) {
+  const int steps[][4] = {{96, 64, 96, 64},   {48, 32, 96, 64},   {48, 32, 48, 32},
+                          {48, 17, 48, 32},   {33, 17, 33, 17},   {33, 17, 33, 17},
+                          {96, 64, 200, 150}, {200, 150, 97, 61}, {320, 180, 160, 90},
+                          {5, 3, 64, 64}};
+  XWindow window(96, 64), other(80, 60, 1);
+  uint32_t n = 1;
+  auto shows = [&](const XWindow& w, int fw, int fh) {
+    const std::vector<uint8_t> frame = MakeFrame(fw, fh, n++);
+    EXPECT_EQ(draw(w.id(), frame, fw, fh), 0);
+    return w.Mismatches(frame.data(), fw, fh, lastRow);
+  };
+  for (const auto& s : steps) {
+    window.Resize(s[2], s[3]);
+    EXPECT_EQ(shows(window, s[0], s[1]), 0) << s[0] << "x" << s[1] << " on " << s[2] << "x" << s[3];
+  }
+  EXPECT_EQ(shows(other, 64, 40), 0) << "another window";
+  const xcb_window_t gone = other.id();
+  other.Destroy();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(draw(gone, MakeFrame(64, 40, n), 64, 40), 0);
+  EXPECT_EQ(shows(XWindow(64, 48, 1), 64, 48), 0) << "a new window after a destroyed one";
+}
+
+}  // namespace corvane::test

@@ -39,7 +39,8 @@ inline const StreamRecipe kStreams[] = {  // no reordering: each packet gives it
      "testsrc"},
     {"high422_176x144.h264", 176, 144, 4, "-c:v libx264 -pix_fmt yuv422p -bf 0"},
     {"main_176x96.h264", 176, 96, 3, X264 "-profile:v main -bf 0"},
-    {"high444_192x131.h264", 192, 131, 3, "-c:v libx264 -pix_fmt yuv444p -bf 0", "testsrc"}};
+    {"high444_192x131.h264", 192, 131, 3, "-c:v libx264 -pix_fmt yuv444p -bf 0", "testsrc"},
+    {"main_160x144.h264", 160, 144, 3, X264 "-profile:v main -bf 0"}};
 // clang-format on
 
 using Decompress = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*, uint8_t*,

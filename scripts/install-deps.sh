@@ -8,8 +8,10 @@ packages=(
   libxcb1-dev libxcb-shm0-dev xvfb
   libgtest-dev libgmock-dev libbenchmark-dev binutils
   dpkg-dev file
+  python3-dev python3-numpy pybind11-dev python3-pytest
 )
-if [[ "${1:-}" == "--bench" ]]; then packages+=(libopencv-dev); fi
+# The benchmarks' peers: OpenCV in C++, and in Python OpenCV and PyAV.
+if [[ "${1:-}" == "--bench" ]]; then packages+=(libopencv-dev python3-opencv python3-av); fi
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

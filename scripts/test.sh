@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test of the project, on a machine that may never have
 # seen it: installs what is missing, then runs four stages
-#   1. the whole suite (RelWithDebInfo, GCC), and that build installed, packaged
-#      and used as clients would (tests/install/consumer_test.sh)
+#   1. the whole suite (RelWithDebInfo, GCC) with the Python package's pytest
+#      suite, and that build installed, packaged and used as clients would
+#      (tests/install/consumer_test.sh)
 #   2. the whole suite under AddressSanitizer + UndefinedBehaviorSanitizer
 #   3. the threaded tests (ctest label "threads") under ThreadSanitizer
 #   4. each libFuzzer target for FUZZ_SECONDS (default 60) under ASan + UBSan

@@ -1,0 +1,90 @@
+"""Bad input gets the documented error, never a crash; arrays reach the image
+functions in the library's layout or are refused with a ValueError that names
+what is wrong."""
+import pathlib
+import warnings
+
+import numpy
+import pytest
+
+import corvane
+from corvane import _corvane
+from conftest import X264, X265, access_units, make_stream
+
+
+def test_bad_files_and_arguments(tmp_path):
+    text = tmp_path / "notes.txt"
+    text.write_text("not a video")
+    h264, h265 = make_stream("h264.mkv", X264), make_stream("h265.mkv", X265)
+    cases = [
+        (lambda: corvane.open(tmp_path / "missing.mp4"), FileNotFoundError, "missing.mp4"),
+        (lambda: corvane.open(tmp_path), IsADirectoryError, str(tmp_path)),
+        (lambda: corvane.open(text), ValueError, "FFmpeg cannot read"),
+        (lambda: corvane.open(make_stream("mpeg4.mkv", "-c:v mpeg4")), ValueError,
+         "the video is mpeg4, not H.264 or H.265"),
+        (lambda: corvane.open(h265, median=True), ValueError, "for H.264 streams only"),
+        (lambda: corvane.open(h264, median=True, sharpen=True), ValueError, "exclude each other"),
+        (lambda: corvane.open(h264, sharpen=True), (NotImplementedError, type(None)), "sharpen"),
+        (lambda: corvane.Decoder("vp9"), ValueError, 'codec must be "h264" or "h265", not "vp9"'),
+        (lambda: corvane.Decoder().decode("text"), TypeError, "bytes-like"),
+    ]
+    for make, error, message in cases:
+        try:
+            make()
+        except Exception as raised:
+            assert isinstance(raised, error) and message in str(raised), (error, raised)
+        else:
+            assert error is type(None) or type(None) in error, f"no {error}"
+
+
+def test_damaged_input_gives_what_it_holds(tmp_path):
+    reader = corvane.open(make_stream("h264.ts", X264))
+    assert reader.codec == "h264" and (reader.width, reader.height) == (160, 96)
+    assert reader.format == "mpegts" and reader.duration == pytest.approx(14 / 25, abs=0.05)
+    next(reader)
+    reader.close()
+    with pytest.raises(ValueError, match="closed"):
+        next(reader)
+
+    data = bytearray(pathlib.Path(make_stream("h264.mkv", X264)).read_bytes())
+    cut = tmp_path / "damaged.mkv"
+    for where in range(len(data) // 3, len(data), 97):  # bytes of the pictures spoilt
+        data[where] ^= 0x5A
+    cut.write_bytes(data[: len(data) * 4 // 5])
+    with warnings.catch_warnings(record=True):
+        assert 0 < len(list(corvane.open(cut))) <= 14
+    assert corvane.Decoder().decode(bytes(1000)) == []  # no parameters yet: no picture
+
+    decoder = corvane.Decoder("h265", strict=True)  # slice threads: errors come at once
+    for packet in access_units("h265")[1][:3]:
+        decoder.decode(packet)
+    with pytest.raises(corvane.DecodeError, match="refused the packet") as raised:
+        decoder.decode(bytes(100))
+    assert raised.value.code == -996
+
+
+U8, U16, S16 = numpy.uint8, numpy.uint16, numpy.int16
+
+
+@pytest.mark.parametrize("array,keep,layout", [
+    (numpy.zeros((5, 7, 3), U8), False, (7, 5, 21, 1)),
+    (numpy.zeros((5, 7, 4), U8), True, (7, 5, 28, 3)),
+    (numpy.zeros((5, 7, 4), U16), False, (7, 5, 56, 5)),
+    (numpy.zeros((5, 7, 3), S16), False, (7, 5, 42, 7)),
+    (numpy.zeros((9, 20, 4), S16)[2:7, 3:10], True, (7, 5, 160, 9)),  # a crop keeps its rows
+    (numpy.zeros((7, 5, 3), U8).transpose(1, 0, 2), False, (7, 5, 21, 1)),  # copied
+])
+def test_arrays_as_images(array, keep, layout):
+    assert _corvane.image_layout(array, keep) == layout
+
+
+@pytest.mark.parametrize("array,message", [
+    (numpy.zeros((5, 7, 3), numpy.float32), "img must be of uint8, uint16 or int16"),
+    (numpy.zeros((5, 7, 3), ">u2"), "in the machine's byte order, not >u2"),
+    (numpy.zeros((5, 7), U8), r"shape \(height, width, 3\) or \(height, width, 4\), not \(5, 7\)"),
+    (numpy.zeros((5, 7, 2), U8), r"not \(5, 7, 2\)"),
+    (numpy.zeros((0, 7, 3), U8), "img is empty"),
+])
+def test_arrays_refused(array, message):
+    with pytest.raises(ValueError, match=message):
+        _corvane.image_layout(array)

@@ -33,8 +33,9 @@ const char* CodecName(Codec codec) { return codec == Codec::H264 ? "h264" : "h26
 
 // The picture's block becomes the memory of an (H, W, 3) array.
 py::array ToArray(Picture& picture) {
-  py::capsule owner(picture.pixels.get(), [](void* block) { std::free(block); });
-  uint8_t* pixels = picture.pixels.release();
+  auto block = std::make_unique<Block>(std::move(picture.pixels));
+  py::capsule owner(block.get(), [](void* held) { delete static_cast<Block*>(held); });
+  const uint8_t* pixels = block.release()->get();
   return py::array_t<uint8_t>({picture.height, picture.width, 3}, pixels, owner);
 }
 

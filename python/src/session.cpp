@@ -1,7 +1,10 @@
 #include "session.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <vector>
 
 #include "corvane_ext.h"
 
@@ -49,7 +52,57 @@ const char* Meaning(int32_t code) {
   }
 }
 
+// The blocks kept for reuse, all of one size.
+class BlockStore {
+ public:
+  ~BlockStore() { Drop(); }
+  uint8_t* Take(size_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (bytes != bytes_ || kept_.empty()) return nullptr;
+    uint8_t* block = kept_.back();
+    kept_.pop_back();
+    return block;
+  }
+  void Give(uint8_t* block, size_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (bytes != bytes_) {  // pictures of another size now: the old blocks go
+      Drop();
+      bytes_ = bytes;
+    }
+    if (kept_.size() < kKeep)
+      kept_.push_back(block);
+    else
+      std::free(block);
+  }
+
+ private:
+  // A picture being made, the one just given out and the one before it.
+  static constexpr size_t kKeep = 3;
+  void Drop() {
+    for (uint8_t* block : kept_) std::free(block);
+    kept_.clear();
+  }
+  std::mutex mutex_;
+  std::vector<uint8_t*> kept_;
+  size_t bytes_ = 0;
+};
+
+BlockStore& Store() {
+  static BlockStore store;
+  return store;
+}
+
 }  // namespace
+
+void BlockRelease::operator()(uint8_t* block) const {
+  if (block) Store().Give(block, bytes);
+}
+
+Block AcquireBlock(size_t bytes) {
+  uint8_t* block = Store().Take(bytes);
+  if (!block) block = static_cast<uint8_t*>(std::malloc(bytes));
+  return Block(block, BlockRelease{bytes});
+}
 
 LibraryError::LibraryError(int32_t code, const std::string& what)
     : std::runtime_error(what + " (" + std::to_string(code) + ")"), code_(code) {}
@@ -92,11 +145,11 @@ void Session::OnOverflow(const CodecFrameRecord* record) {
   if (!self || !record || record->session != self->handle_ || !record->pixels) return;
   const size_t bytes = PictureBytes(record->width, record->height);
   if (bytes == 0 || record->size < 0 || static_cast<size_t>(record->size) < bytes) return;
-  auto* copy = static_cast<uint8_t*>(std::malloc(bytes));
+  Block copy = AcquireBlock(bytes);
   if (!copy) return;  // nothing can be thrown through the library
-  std::memcpy(copy, record->pixels, bytes);
+  std::memcpy(copy.get(), record->pixels, bytes);
   self->capacity_ = bytes;
-  self->Deliver(Block(copy), record->width, record->height);
+  self->Deliver(std::move(copy), record->width, record->height);
 }
 
 void Session::Deliver(Block pixels, int32_t width, int32_t height) {
@@ -112,7 +165,7 @@ void Session::Deliver(Block pixels, int32_t width, int32_t height) {
 template <typename Call>
 bool Session::Run(Call call, int32_t delivered) {
   if (!buffer_ && capacity_ > 0) {
-    buffer_.reset(static_cast<uint8_t*>(std::malloc(capacity_)));
+    buffer_ = AcquireBlock(capacity_);
     if (!buffer_) throw std::bad_alloc();
   }
   BITMAPINFOHEADER header{};

@@ -4,6 +4,8 @@
 #   development  the headers of include/, libcorvane.so, libcorvane.a,
 #                corvane.pc and the CMake package (find_package(corvane CONFIG))
 #   tools        corvane-decode, corvane-play and their manual pages
+# and, beside them, python: the Python package corvane in the Python's site
+# directory (python/CMakeLists.txt), which no Debian package holds.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS corvane corvane_static EXPORT corvaneTargets

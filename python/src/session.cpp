@@ -146,7 +146,10 @@ void Session::OnOverflow(const CodecFrameRecord* record) {
   const size_t bytes = PictureBytes(record->width, record->height);
   if (bytes == 0 || record->size < 0 || static_cast<size_t>(record->size) < bytes) return;
   Block copy = AcquireBlock(bytes);
-  if (!copy) return;  // nothing can be thrown through the library
+  if (!copy) {
+    self->outOfMemory_ = true;  // thrown once the library's call is over
+    return;
+  }
   std::memcpy(copy.get(), record->pixels, bytes);
   self->capacity_ = bytes;
   self->Deliver(std::move(copy), record->width, record->height);
@@ -170,10 +173,11 @@ bool Session::Run(Call call, int32_t delivered) {
   }
   BITMAPINFOHEADER header{};
   header.biClrImportant = kUntouched;
-  hasPicture_ = false;
+  hasPicture_ = outOfMemory_ = false;
   t_running = this;
   const int32_t rc = call(&header, buffer_.get(), buffer_ ? static_cast<int32_t>(capacity_) : 0);
   t_running = nullptr;
+  if (outOfMemory_) throw std::bad_alloc();
   if (hasPicture_) return true;
   if (rc == delivered && header.biSize == sizeof header && header.biClrImportant == kUntouched) {
     const size_t bytes = PictureBytes(header.biWidth, header.biHeight);

@@ -89,6 +89,7 @@ class Session {
   size_t capacity_ = 0;  // the size of the next picture as far as known
   Picture ready_;        // the picture the last call gave
   bool hasPicture_ = false;
+  bool outOfMemory_ = false;  // a picture of the frame callback found no memory
   int64_t delivered_ = 0;
 };
 

@@ -8,11 +8,12 @@ run, frames a second.
 Without FILE the stream is made once with the ffmpeg command line (testsrc2,
 1920x1080, 25 fps, libx264's defaults: B-frames, one slice a picture) under
 build/bench-data/. The sides take turns, every run each; each side's best and
-median are printed with its thread settings and the threads the process ran
-while it decoded, then corvane's ratio to the faster peer (above 1: corvane is
-faster).
+median are printed with the CPU time a frame takes over all threads, its thread
+settings and the threads its decoding added to the process, then corvane's
+ratio to the faster peer (above 1: corvane is faster).
 """
 import argparse
+import gc
 import os
 import pathlib
 import statistics
@@ -39,18 +40,23 @@ def make_stream(frames):
     return str(path)
 
 
+def threads():
+    return len(os.listdir("/proc/self/task"))
+
+
 class Count:
-    """Counts pictures, and notes how many threads the process runs at the tenth."""
+    """Counts pictures, and notes how many threads the decoding added by the tenth."""
 
     def __init__(self):
         self.pictures = 0
+        self.before = threads()
         self.threads = 0
 
     def add(self, image):
         assert image.shape == (1080, 1920, 3)
         self.pictures += 1
         if self.pictures == 10:
-            self.threads = len(os.listdir("/proc/self/task"))
+            self.threads = threads() - self.before
 
 
 def with_corvane(path, count):
@@ -101,18 +107,23 @@ def main():
     print(f"{path}; corvane {corvane.__version__}, OpenCV {cv2.__version__}, PyAV "
           f"{av.__version__}; {os.cpu_count()} cores, load {os.getloadavg()[0]:.2f}")
     rates = {name: [] for name in SIDES}
+    cpu = {name: [] for name in SIDES}
     settings = {}
     counts = {}
     for _ in range(args.runs):
         for name, side in SIDES.items():
+            gc.collect()  # the decoders of the side before gone, with their threads
             counts[name] = Count()
-            start = time.perf_counter()
+            start, start_cpu = time.perf_counter(), time.process_time()
             settings[name] = side(path, counts[name])
             rates[name].append(counts[name].pictures / (time.perf_counter() - start))
+            cpu[name].append((time.process_time() - start_cpu) * 1000 / counts[name].pictures)
     for name in SIDES:
         print(f"{name:24} {max(rates[name]):7.1f} frames/s best, "
-              f"{statistics.median(rates[name]):7.1f} median, {counts[name].pictures} frames; "
-              f"{settings[name]}; {counts[name].threads} threads in the process")
+              f"{statistics.median(rates[name]):7.1f} median, "
+              f"{statistics.median(cpu[name]):5.2f} ms CPU a frame (all threads), "
+              f"{counts[name].pictures} frames; {settings[name]}; "
+              f"{counts[name].threads} threads added")
     peer = max((n for n in SIDES if n != "corvane.open"), key=lambda n: max(rates[n]))
     print(f"corvane / {peer}: {max(rates['corvane.open']) / max(rates[peer]):.2f}x best, "
           f"{statistics.median(rates['corvane.open']) / statistics.median(rates[peer]):.2f}x "

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Builds and runs every test of the project, on a machine that may never have
 # seen it: installs what is missing, then runs four stages
-#   1. the whole suite (RelWithDebInfo, GCC) with the Python package's pytest
-#      suite, and that build installed, packaged and used as clients would
+#   1. the whole suite (RelWithDebInfo, GCC), the Python package's pytest suite
+#      included, and that build installed, packaged and used as clients would
 #      (tests/install/consumer_test.sh)
-#   2. the whole suite under AddressSanitizer + UndefinedBehaviorSanitizer
+#   2. the whole suite under AddressSanitizer + UndefinedBehaviorSanitizer (the
+#      Python package's with their runtimes preloaded into the interpreter)
 #   3. the threaded tests (ctest label "threads") under ThreadSanitizer
 #   4. each libFuzzer target for FUZZ_SECONDS (default 60) under ASan + UBSan
 # and closes with one line `N passed, N failed, N skipped` over all of them.

@@ -43,7 +43,9 @@ def test_installed_package_imports_from_its_prefix(tmp_path):
                         str(tmp_path), "--component", component], check=True,
                        capture_output=True)
     site = next(tmp_path.glob("lib/python3*/*-packages"))
-    env = {"PATH": os.environ["PATH"], "PYTHONPATH": str(site)}
+    env = {name: os.environ[name] for name in ("PATH", "LD_PRELOAD", "ASAN_OPTIONS")
+           if name in os.environ}
+    env["PYTHONPATH"] = str(site)
     ran = run("-c", "import corvane; print(corvane.__file__, corvane.__version__)",
               env=env, cwd=tmp_path)
     assert ran.returncode == 0, ran.stderr
@@ -55,6 +57,8 @@ def resident_kib():
         resource.getpagesize() // 1024
 
 
+@pytest.mark.skipif("CORVANE_SANITIZE" in os.environ,
+                    reason="the sanitizer's quarantine holds freed memory")
 def test_no_leak_over_a_thousand_decodes():
     path = make_stream("small.mkv", X264, size=(64, 48), frames=3)
     packets = access_units("h265")[1][:3]

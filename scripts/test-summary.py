@@ -21,7 +21,7 @@ for folder in sys.argv[1:]:
             continue
         for case in root.iter("testcase"):
             name = f"{case.get('classname')}.{case.get('name')}"
-            if case.find("failure") is not None:
+            if case.find("failure") is not None or case.find("error") is not None:
                 failed += 1
                 failures.append(name)
             elif case.get("result") == "skipped" or case.find("skipped") is not None:

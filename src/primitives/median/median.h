@@ -11,15 +11,16 @@
 
 // Scratch size for a filter of `roi` with `mask`; the answer depends on the
 // code path, so each path's filter uses its own path's size.
-CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownFilterMedianBorderGetBufferSize,
-                         (corvane::ImageSize roi, corvane::ImageSize mask,
-                          corvane::PixelType pixelType, int32_t channels, int32_t* size))
+// Dispatch row 1.
+CORVANE_DISPATCHED(corvane::PrimitiveStatus, ownFilterMedianBorderGetBufferSize,
+                   (corvane::ImageSize roi, corvane::ImageSize mask, corvane::PixelType pixelType,
+                    int32_t channels, int32_t* size))
 
-// Per-channel median of 8-bit BGR-style pixels (3 bytes each).
-CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownFilterMedianBorder_8u_C3R,
-                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                          corvane::ImageSize roi, corvane::ImageSize mask,
-                          corvane::BorderType border, const uint8_t* borderValue, uint8_t* buffer))
+// Per-channel median of 8-bit BGR-style pixels (3 bytes each). Dispatch row 2.
+CORVANE_DISPATCHED(corvane::PrimitiveStatus, ownFilterMedianBorder_8u_C3R,
+                   (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                    corvane::ImageSize roi, corvane::ImageSize mask, corvane::BorderType border,
+                    const uint8_t* borderValue, uint8_t* buffer))
 
 // The plain copy behind the 1x1 mask.
 CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCopy_8u_C3R,
@@ -46,18 +47,3 @@ CORVANE_DECLARE_BORDER_COPIES_(8u_C4R, uint8_t)
 CORVANE_DECLARE_BORDER_COPIES_(16_C3R, uint16_t)
 CORVANE_DECLARE_BORDER_COPIES_(16_C4R, uint16_t)
 #undef CORVANE_DECLARE_BORDER_COPIES_
-
-namespace corvane::primitives {
-
-// Dispatch row 1.
-PrimitiveStatus ownFilterMedianBorderGetBufferSize(ImageSize roi, ImageSize mask,
-                                                   PixelType pixelType, int32_t channels,
-                                                   int32_t* size);
-
-// Dispatch row 2.
-PrimitiveStatus ownFilterMedianBorder_8u_C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst,
-                                             int32_t dstStep, ImageSize roi, ImageSize mask,
-                                             BorderType border, const uint8_t* borderValue,
-                                             uint8_t* buffer);
-
-}  // namespace corvane::primitives

@@ -35,36 +35,21 @@ enum : int32_t {
 }  // namespace corvane
 
 // Coefficients from a rectangle and the quad it goes to. Dispatch row 5.
-CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownGetBilinearCoeffs,
-                         (corvane::ImageRect srcRect, const double* quad, double* coeffs))
+CORVANE_DISPATCHED(corvane::PrimitiveStatus, ownGetBilinearCoeffs,
+                   (corvane::ImageRect srcRect, const double* quad, double* coeffs))
 
 // Scratch bytes that ownWarpBilinear_8u_C3R needs for the same rectangles,
 // coefficients and interpolation. Dispatch row 6.
-CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownWarpBilinearBufferSize,
-                         (corvane::ImageSize srcSize, corvane::ImageRect srcRect,
-                          corvane::ImageRect dstRect, int32_t direction, const double* coeffs,
-                          uint32_t interpolation, int32_t* size))
+CORVANE_DISPATCHED(corvane::PrimitiveStatus, ownWarpBilinearBufferSize,
+                   (corvane::ImageSize srcSize, corvane::ImageRect srcRect,
+                    corvane::ImageRect dstRect, int32_t direction, const double* coeffs,
+                    uint32_t interpolation, int32_t* size))
 
 // Draws the picture of srcRect into dst, three 8-bit channels. src and dst
 // point at pixel (0, 0) of their images; rectangles are image coordinates.
 // Pixels outside the picture keep what they held. Dispatch row 7.
-CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownWarpBilinear_8u_C3R,
-                         (const uint8_t* src, corvane::ImageSize srcSize, int32_t srcStep,
-                          corvane::ImageRect srcRect, uint8_t* dst, int32_t dstStep,
-                          corvane::ImageRect dstRect, const double* coeffs, uint32_t interpolation,
-                          uint8_t* scratch))
-
-namespace corvane::primitives {
-
-PrimitiveStatus ownGetBilinearCoeffs(ImageRect srcRect, const double* quad, double* coeffs);
-
-PrimitiveStatus ownWarpBilinearBufferSize(ImageSize srcSize, ImageRect srcRect, ImageRect dstRect,
-                                          int32_t direction, const double* coeffs,
-                                          uint32_t interpolation, int32_t* size);
-
-PrimitiveStatus ownWarpBilinear_8u_C3R(const uint8_t* src, ImageSize srcSize, int32_t srcStep,
-                                       ImageRect srcRect, uint8_t* dst, int32_t dstStep,
-                                       ImageRect dstRect, const double* coeffs,
-                                       uint32_t interpolation, uint8_t* scratch);
-
-}  // namespace corvane::primitives
+CORVANE_DISPATCHED(corvane::PrimitiveStatus, ownWarpBilinear_8u_C3R,
+                   (const uint8_t* src, corvane::ImageSize srcSize, int32_t srcStep,
+                    corvane::ImageRect srcRect, uint8_t* dst, int32_t dstStep,
+                    corvane::ImageRect dstRect, const double* coeffs, uint32_t interpolation,
+                    uint8_t* scratch))

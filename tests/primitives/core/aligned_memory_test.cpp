@@ -18,27 +18,6 @@ TEST(AlignedMemory, RefusesLengthsItCannotServe) {
     EXPECT_EQ(ownMallocAligned(n), nullptr) << n;
   }
   ownFreeAligned(nullptr);
-  ownFreeAlignedDirect(nullptr);
-}
-
-TEST(AlignedMemory, PlacementForEveryMallocOffset) {
-  // A raw block of 72 + 16 bytes at each offset 0..63 from a 64-byte boundary.
-  alignas(64) static uint8_t arena[64 + 64 + 72 + 16];
-  for (uintptr_t offset = 0; offset < 64; ++offset) {
-    uint8_t* raw = arena + offset;
-    auto* a = static_cast<uint8_t*>(ownPlaceAlignedBlock(raw));
-    const uintptr_t address = reinterpret_cast<uintptr_t>(a);
-    EXPECT_EQ(address % 64, 0u) << offset;
-    EXPECT_GE(a, raw + 8) << offset;
-    EXPECT_LE(a, raw + 71) << offset;
-    EXPECT_LE(a + 16, raw + 72 + 16) << "usable bytes leave the block at offset " << offset;
-    void* back = nullptr;
-    std::memcpy(&back, a - 8, sizeof back);
-    EXPECT_EQ(back, raw) << offset;
-  }
-  // The two cases named by the placement rule.
-  EXPECT_EQ(ownPlaceAlignedBlock(arena), arena + 64);
-  EXPECT_EQ(ownPlaceAlignedBlock(arena + 8), arena + 64);
 }
 
 TEST(AlignedMemory, ManyBlocksAreAlignedWritableAndFreed) {
@@ -51,7 +30,7 @@ TEST(AlignedMemory, ManyBlocksAreAlignedWritableAndFreed) {
     blocks.push_back(p);
   }
   for (size_t i = 0; i < blocks.size(); ++i) {
-    (i & 1) ? ownFreeAligned(blocks[i]) : ownFreeAlignedDirect(blocks[i]);
+    ownFreeAligned(blocks[i]);
   }
 }
 

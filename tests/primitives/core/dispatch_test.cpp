@@ -12,8 +12,8 @@
 
 // A row of probes: each variant reports its index and echoes its arguments, so
 // a test sees which slot ran and that the arguments passed untouched.
-CORVANE_DECLARE_VARIANTS(int64_t, ownProbe_8u_C3R,
-                         (const uint8_t* src, int32_t step, corvane::ImageSize roi, double scale))
+CORVANE_DISPATCHED(int64_t, ownProbe_8u_C3R,
+                   (const uint8_t* src, int32_t step, corvane::ImageSize roi, double scale))
 
 #define DEFINE_PROBE(v, index)                                                                    \
   namespace corvane::v {                                                                          \
@@ -29,15 +29,9 @@ DEFINE_PROBE(e9, 3)
 DEFINE_PROBE(l9, 4)
 DEFINE_PROBE(k0, 5)
 
-namespace corvane::primitives {
-int64_t ownProbe_8u_C3R(const uint8_t* src, int32_t step, ImageSize roi, double scale);
-namespace {
-constexpr DispatchRow<decltype(ownProbe_8u_C3R)> kProbeRow = CORVANE_DISPATCH_ROW(ownProbe_8u_C3R);
-}
-int64_t ownProbe_8u_C3R(const uint8_t* src, int32_t step, ImageSize roi, double scale) {
-  return kProbeRow.Call(src, step, roi, scale);
-}
+CORVANE_DISPATCH_ROW(ownProbe_8u_C3R)
 
+namespace corvane::primitives {
 namespace {
 
 class DispatchTest : public ::testing::Test {

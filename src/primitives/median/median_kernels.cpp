@@ -12,7 +12,7 @@
 namespace corvane::CORVANE_VARIANT {
 namespace {
 
-#include "primitives/median/median_simd.inc"
+#include "primitives/core/simd.inc"
 #include "primitives/median/median_networks.inc"
 #include "primitives/median/median_rows.inc"
 #include "primitives/median/median_planes.inc"

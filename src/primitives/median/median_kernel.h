@@ -9,13 +9,13 @@
 
 #include <cstdint>
 
+#include "primitives/core/border.h"
 #include "primitives/core/conventions.h"
 #include "primitives/core/variants.h"
 
 namespace corvane {
 
-using MedianKernel = void (*)(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                              ImageSize roi, ImageSize mask, uint8_t* work);
+using MedianKernel = BorderKernel;
 
 // Nine groups of seven slots. A group is one pixel form; its number is also
 // the selector of the border copies that serve it.
@@ -44,9 +44,6 @@ enum MedianGroup : int32_t {
   MedianGroup16sC4Keep = 7,
   MedianGroup16sC4 = 8,
 };
-
-// Element kind of a group: the order of the groups is element-major.
-enum MedianElement : int32_t { MedianElement8u = 0, MedianElement16u = 1, MedianElement16s = 2 };
 
 struct MedianForm {
   int32_t elementBytes;

@@ -9,7 +9,7 @@
 
 #include "harness/guarded_image.h"
 #include "harness/variant_test.h"
-#include "primitives/median/median.h"
+#include "primitives/core/border.h"
 
 namespace corvane::test {
 namespace {

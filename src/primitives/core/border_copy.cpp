@@ -1,11 +1,10 @@
 // Copies with border, one build per code path: a source rectangle lands inside
 // a larger destination and the pixels around it are made by repeating the
 // nearest source pixel or by a constant pixel. The rows themselves go through
-// the path's own row copy. Also the plain copy of the 1x1 median.
+// the path's own row copy. Also the plain checked copy of a region.
 #include <cstring>
 
-#include "primitives/median/border_extend.h"
-#include "primitives/median/median.h"
+#include "primitives/core/border.h"
 #include "primitives/core/copy.h"
 
 namespace corvane::CORVANE_VARIANT {

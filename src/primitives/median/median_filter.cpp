@@ -9,14 +9,13 @@ namespace {
 
 bool IsOdd(int32_t v) { return (v & 1) != 0; }
 
-// Slot of the group for a mask other than 1x1.
-int32_t ChooseSlot(ImageSize mask) {
+// The kernel of a form for a mask other than 1x1.
+MedianKernel ChooseKernel(const MedianKernels& form, ImageSize mask) {
   const int32_t a = mask.width, b = mask.height;
-  if (a == 1) return b == 3 ? MedianSlotColumn3 : b == 5 ? MedianSlotColumn5 : MedianSlotGeneral;
-  if (b == 1) return a == 3 ? MedianSlotRow3 : a == 5 ? MedianSlotRow5 : MedianSlotGeneral;
-  if (a == 3 && b == 3) return MedianSlotSquare3;
-  if (a == 5 && b == 5) return MedianSlotSquare5;
-  return MedianSlotGeneral;
+  if (a == 1) return b == 3 || b == 5 ? form.column : form.general;
+  if (b == 1) return a == 3 || a == 5 ? form.row : form.general;
+  if (a == b && (a == 3 || a == 5)) return form.square;
+  return form.general;
 }
 
 }  // namespace
@@ -37,8 +36,7 @@ PrimitiveStatus ownFilterMedianBorder_8u_C3R(const uint8_t* src, int32_t srcStep
     if (mode != BorderConstant && mode != BorderReplicate) return StatusBorder;
   }
   if (mask.width == 1 && mask.height == 1) return ownCopy_8u_C3R(src, srcStep, dst, dstStep, roi);
-  const MedianKernel kernel =
-      ownMedianKernelTable()[MedianGroup8uC3 * kMedianSlotCount + ChooseSlot(mask)];
+  const MedianKernel kernel = ChooseKernel(ownMedianKernelTable().group[MedianGroup8uC3], mask);
   // The general masks have no kernel yet; refused before anything is touched.
   if (kernel == nullptr) return StatusMaskSize;
   // The scratch holds the strip room, the kernels' work behind it.

@@ -17,22 +17,18 @@ namespace corvane {
 
 using MedianKernel = BorderKernel;
 
-// Nine groups of seven slots. A group is one pixel form; its number is also
-// the selector of the border copies that serve it.
-constexpr int32_t kMedianGroupCount = 9;
-constexpr int32_t kMedianSlotCount = 7;
-constexpr int32_t kMedianKernelCount = kMedianGroupCount * kMedianSlotCount;
-
-enum MedianSlot : int32_t {
-  MedianSlotColumn3 = 0,  // 1x3
-  MedianSlotColumn5 = 1,  // 1x5
-  MedianSlotRow3 = 2,     // 3x1
-  MedianSlotRow5 = 3,     // 5x1
-  MedianSlotSquare3 = 4,  // 3x3
-  MedianSlotSquare5 = 5,  // 5x5
-  MedianSlotGeneral = 6,  // any other odd mask
+// The kernels of one pixel form. The designed table has seven slots a form:
+// 1x3, 1x5, 3x1, 5x1, 3x3, 5x5 and any other odd mask; each pair of small
+// masks shares one function, which tells the two apart by the mask code.
+struct MedianKernels {
+  MedianKernel column;   // slots 0 and 1: 1x3, 1x5
+  MedianKernel row;      // slots 2 and 3: 3x1, 5x1
+  MedianKernel square;   // slots 4 and 5: 3x3, 5x5
+  MedianKernel general;  // slot 6: any other odd mask; null while none is built
 };
 
+// A form's number is also the selector of the border copies that serve it:
+// element-major, then three channels, four with the fourth kept, four.
 enum MedianGroup : int32_t {
   MedianGroup8uC3 = 0,
   MedianGroup8uC4Keep = 1,  // the fourth channel of dst is left as it was
@@ -44,24 +40,18 @@ enum MedianGroup : int32_t {
   MedianGroup16sC4Keep = 7,
   MedianGroup16sC4 = 8,
 };
+constexpr int32_t kMedianGroupCount = 9;
 
-struct MedianForm {
-  int32_t elementBytes;
-  int32_t channels;
-  bool keepFourth;
+struct MedianKernelTable {
+  MedianKernels group[kMedianGroupCount];
 };
 
-// Internal linkage for the helpers below: every code path's kernels keep their own
-// copy, so an unoptimised build never shares one across instruction sets.
-static constexpr MedianForm MedianFormOf(int32_t group) {
-  return MedianForm{group < 3 ? 1 : 2, group % 3 == 0 ? 3 : 4, group % 3 == 1};
-}
-
-// Mask width * 10 + height, as the shared kernels of two slots tell them apart.
+// Mask width * 10 + height, as the shared kernels of two masks tell them
+// apart. Internal linkage: every code path's kernels keep their own copy, so
+// an unoptimised build never shares one across instruction sets.
 static constexpr int32_t MedianMaskCode(ImageSize mask) { return mask.width * 10 + mask.height; }
 
 }  // namespace corvane
 
-// The 63 kernels of a code path, group by group; a slot that no kernel
-// serves yet is null.
-CORVANE_DECLARE_VARIANTS(const corvane::MedianKernel*, ownMedianKernelTable, ())
+// The kernels of a code path, form by form.
+CORVANE_DECLARE_VARIANTS(const corvane::MedianKernelTable&, ownMedianKernelTable, ())

@@ -21,7 +21,7 @@ namespace {
 template <Elem E>
 constexpr int32_t kElemBytes = E == Elem::U8 ? 1 : 2;
 
-// Slots 0 and 1. The vertical masks see no channels, so a form that filters
+// 1x3 and 1x5. The vertical masks see no channels, so a form that filters
 // all its channels walks the row as one flat run of elements.
 template <Elem E, int Ch, bool Keep>
 void ColumnKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
@@ -51,7 +51,7 @@ void ColumnKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dst
   }
 }
 
-// Slots 2 and 3.
+// 3x1 and 5x1.
 template <Elem E, int Ch, bool Keep>
 void RowKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
                ImageSize mask, uint8_t*) {
@@ -63,7 +63,7 @@ void RowKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstSte
   }
 }
 
-// Slots 4 and 5.
+// 3x3 and 5x5.
 template <Elem E, int Ch, bool Keep>
 void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
                   ImageSize mask, uint8_t*) {
@@ -75,22 +75,25 @@ void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dst
   }
 }
 
-// Slot 6, the general masks, has no kernel yet: the planner refuses them.
-#define CORVANE_MEDIAN_GROUP_(E, Ch, Keep)                                         \
-  &ColumnKernel<E, Ch, Keep>, &ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>, \
-      &RowKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, nullptr
+// The general masks have no kernel yet: the entry refuses them.
+#define CORVANE_MEDIAN_FORM_(E, Ch, Keep) \
+  { &ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, nullptr }
 
-constexpr MedianKernel kKernelTable[kMedianKernelCount] = {
-    CORVANE_MEDIAN_GROUP_(Elem::U8, 3, false),  CORVANE_MEDIAN_GROUP_(Elem::U8, 4, true),
-    CORVANE_MEDIAN_GROUP_(Elem::U8, 4, false),  CORVANE_MEDIAN_GROUP_(Elem::U16, 3, false),
-    CORVANE_MEDIAN_GROUP_(Elem::U16, 4, true),  CORVANE_MEDIAN_GROUP_(Elem::U16, 4, false),
-    CORVANE_MEDIAN_GROUP_(Elem::S16, 3, false), CORVANE_MEDIAN_GROUP_(Elem::S16, 4, true),
-    CORVANE_MEDIAN_GROUP_(Elem::S16, 4, false),
-};
-#undef CORVANE_MEDIAN_GROUP_
+constexpr MedianKernelTable kKernelTable = {{
+    CORVANE_MEDIAN_FORM_(Elem::U8, 3, false),
+    CORVANE_MEDIAN_FORM_(Elem::U8, 4, true),
+    CORVANE_MEDIAN_FORM_(Elem::U8, 4, false),
+    CORVANE_MEDIAN_FORM_(Elem::U16, 3, false),
+    CORVANE_MEDIAN_FORM_(Elem::U16, 4, true),
+    CORVANE_MEDIAN_FORM_(Elem::U16, 4, false),
+    CORVANE_MEDIAN_FORM_(Elem::S16, 3, false),
+    CORVANE_MEDIAN_FORM_(Elem::S16, 4, true),
+    CORVANE_MEDIAN_FORM_(Elem::S16, 4, false),
+}};
+#undef CORVANE_MEDIAN_FORM_
 
 }  // namespace
 
-const MedianKernel* ownMedianKernelTable() { return kKernelTable; }
+const MedianKernelTable& ownMedianKernelTable() { return kKernelTable; }
 
 }  // namespace corvane::CORVANE_VARIANT

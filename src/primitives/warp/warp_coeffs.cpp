@@ -32,9 +32,7 @@ int32_t Int32Of(uint32_t v) { return static_cast<int32_t>(v); }
 PrimitiveStatus ForwardSize(ImageSize srcSize, ImageRect srcRect, ImageRect dstRect,
                             const double* c, uint32_t mode, int32_t* size) {
   const bool affine = c[0] == 0.0 && c[4] == 0.0;
-  const bool modeKnown = mode == WarpNearest || mode == WarpLinear || mode == WarpCubic ||
-                         (affine && mode == WarpCatmullRom);
-  if (!modeKnown) return StatusInterpolation;
+  if (PrimitiveStatus s = ownCheckWarpMode(mode, affine)) return s;
   if (affine) {
     if (PrimitiveStatus s = ownAffineDeterminantStatus(c[1] * c[6], c[2] * c[5])) return s;
   }
@@ -62,7 +60,7 @@ PrimitiveStatus ForwardSize(ImageSize srcSize, ImageRect srcRect, ImageRect dstR
 // Destination to source: an answer no operation of this library uses.
 PrimitiveStatus BackwardSize(ImageSize srcSize, ImageRect srcRect, ImageRect dstRect,
                              const double* c, uint32_t mode, int32_t* size) {
-  if (mode != WarpNearest && mode != WarpLinear && mode != WarpCubic) return StatusInterpolation;
+  if (PrimitiveStatus s = ownCheckWarpMode(mode, false)) return s;
   if (!(c[0] == 0.0 && c[4] == 0.0)) {
     *size = Int32Of(uint32_t(dstRect.width) * 8u + 128u);
     return StatusOk;

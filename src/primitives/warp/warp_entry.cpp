@@ -19,28 +19,46 @@ namespace corvane::CORVANE_VARIANT {
 namespace {
 
 // Format code: layout (0 one channel, 1 three, 4 four) + 8 · type (0 8-bit,
-// 1 float, 2 16-bit).
+// 1 float, 2 16-bit); the entry passes three 8-bit channels.
 constexpr int32_t kFormat8uC3 = 1;
 
 using AffineKernel = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, int32_t, int32_t,
                               const int32_t*, const double*, int32_t, int32_t, uint8_t*);
 
-// Four slots a group (modes 1, 2, 4, 6), group = layout + 6 · type.
+// The affine road's kernels of one sample format, by interpolation mode: the
+// designed slot of a kernel is group · 4 + (mode >> 1).
+struct AffineKernels {
+  AffineKernel nearest;     // mode 1
+  AffineKernel linear;      // mode 2
+  AffineKernel cubic;       // mode 4
+  AffineKernel catmullRom;  // mode 6
+};
+
+// 18 groups, group = layout + 6 · type; a kernel not built yet is null.
 struct AffineKernelTable {
-  AffineKernel slot[72];
+  AffineKernels group[18];
 };
 
 constexpr AffineKernelTable MakeAffineKernels() {
   AffineKernelTable t{};
-  t.slot[(1 + 6 * 0) * 4 + (WarpNearest >> 1)] = &ownWarpAffineNearest_8u_C3;
+  t.group[1].nearest = &ownWarpAffineNearest_8u_C3;  // three 8-bit channels
   return t;
 }
 
 constexpr AffineKernelTable kAffineKernels = MakeAffineKernels();
 
-int32_t SlotOf(int32_t format, uint32_t mode, int32_t perGroup) {
-  const int32_t layout = format & 7, type = format >> 3;
-  return (layout + 6 * type) * perGroup + int32_t(mode >> 1);
+AffineKernel AffineKernelFor(int32_t format, uint32_t mode) {
+  const AffineKernels& k = kAffineKernels.group[(format & 7) + 6 * (format >> 3)];
+  switch (mode) {
+    case WarpNearest:
+      return k.nearest;
+    case WarpLinear:
+      return k.linear;
+    case WarpCubic:
+      return k.cubic;
+    default:
+      return k.catmullRom;
+  }
 }
 
 // What a small source image can carry: one row or column leaves nothing to
@@ -81,9 +99,7 @@ PrimitiveStatus ownWarpAffineCore(const uint8_t* src, ImageSize srcSize, int32_t
   if (!src || !dst || !a || !scratch) return StatusNullPointer;
   if (PrimitiveStatus s = ownCheckWarpImages(srcSize, srcRect, dstRect)) return s;
   uint32_t mode = interpolation & ~WarpSmoothEdge;
-  if (mode != WarpNearest && mode != WarpLinear && mode != WarpCubic && mode != WarpCatmullRom) {
-    return StatusInterpolation;
-  }
+  if (PrimitiveStatus s = ownCheckWarpMode(mode, true)) return s;
   if (PrimitiveStatus s = ownAffineDeterminantStatus(a[0] * a[4], a[1] * a[3])) return s;
   mode = LoweredMode(mode, srcSize);
   ImageRect rect = srcRect;
@@ -112,7 +128,7 @@ PrimitiveStatus ownWarpAffineCore(const uint8_t* src, ImageSize srcSize, int32_t
   if (!ownQuadRowRange(q, ownRectCorners(dstRect), orientation, rowTable, &yMin, &yMax)) {
     return StatusNoOverlap;
   }
-  const AffineKernel kernel = kAffineKernels.slot[SlotOf(format, mode, 4)];
+  const AffineKernel kernel = AffineKernelFor(format, mode);
   if (!kernel || (interpolation & WarpSmoothEdge)) return StatusInterpolation;
 
   uint8_t* dstRow = dst + int64_t(yMin) * dstStep;
@@ -134,7 +150,7 @@ PrimitiveStatus ownWarpBilinearCore(const uint8_t* src, ImageSize srcSize, int32
   if (PrimitiveStatus s = ownCheckWarpImages(srcSize, srcRect, dstRect)) return s;
   if (srcStep < 1 || dstStep < 1) return StatusStep;
   uint32_t mode = interpolation & ~WarpSmoothEdge;
-  if (mode != WarpNearest && mode != WarpLinear && mode != WarpCubic) return StatusInterpolation;
+  if (PrimitiveStatus s = ownCheckWarpMode(mode, false)) return s;
   mode = LoweredMode(mode, srcSize);
   ImageRect rect = srcRect;
   if (PrimitiveStatus s = ClippedSource(srcSize, &rect)) return s;

@@ -52,6 +52,12 @@ CORVANE_DECLARE_VARIANTS(int32_t, ownQuadRowRange,
                          (const double* quad, corvane::RectCorners clip, int32_t orientation,
                           int32_t* rowTable, int32_t* yMin, int32_t* yMax))
 
+// StatusInterpolation unless `mode` (the interpolation without its
+// smooth-edge bit) is nearest neighbour, linear or cubic, or Catmull-Rom
+// where `withCatmullRom` allows it; else StatusOk.
+CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownCheckWarpMode,
+                         (uint32_t mode, bool withCatmullRom))
+
 // StatusTransform when the linear part of an affine set, with p = a0·a4 and
 // r = a1·a3, has no usable inverse; else StatusOk.
 CORVANE_DECLARE_VARIANTS(corvane::PrimitiveStatus, ownAffineDeterminantStatus, (double p, double r))

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "primitives/warp/fused.h"
+#include "primitives/warp/warp.h"
 #include "primitives/warp/warp_geometry.h"
 
 namespace corvane::CORVANE_VARIANT {
@@ -60,6 +61,12 @@ void ownAffineQuad(RectCorners rect, const double* a, double* quad) {
     quad[2 * i] = a[0] * x + a[1] * y + a[2];
     quad[2 * i + 1] = a[3] * x + a[4] * y + a[5];
   }
+}
+
+PrimitiveStatus ownCheckWarpMode(uint32_t mode, bool withCatmullRom) {
+  const bool offered = mode == WarpNearest || mode == WarpLinear || mode == WarpCubic ||
+                       (withCatmullRom && mode == WarpCatmullRom);
+  return offered ? StatusOk : StatusInterpolation;
 }
 
 PrimitiveStatus ownAffineDeterminantStatus(double p, double r) {

@@ -16,21 +16,25 @@
 namespace corvane::test {
 namespace {
 
-using TableFn = const MedianKernel* (*)();
+using TableFn = const MedianKernelTable& (*)();
 #define CORVANE_TABLE_OF(v) &::corvane::v::ownMedianKernelTable,
 constexpr TableFn kTables[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_TABLE_OF)};
 #undef CORVANE_TABLE_OF
 
 ElementForm FormOf(int32_t group) {
-  const MedianForm f = MedianFormOf(group);
-  return ElementForm{f.elementBytes, group >= MedianGroup16sC3, f.channels, f.keepFourth};
+  return ElementForm{group < 3 ? 1 : 2, group >= MedianGroup16sC3, group % 3 == 0 ? 3 : 4,
+                     group % 3 == 1};
+}
+
+// Slots 0 to 5 of a form: 1x3, 1x5, 3x1, 5x1, 3x3, 5x5.
+MedianKernel KernelOf(int32_t variant, int32_t group, int32_t slot) {
+  const MedianKernels& k = kTables[variant]().group[group];
+  return slot < 2 ? k.column : slot < 4 ? k.row : k.square;
 }
 
 class MedianKernelTest : public VariantTest {
  protected:
-  MedianKernel Kernel(int32_t group, int32_t slot) {
-    return kTables[Variant()]()[group * kMedianSlotCount + slot];
-  }
+  MedianKernel Kernel(int32_t group, int32_t slot) { return KernelOf(Variant(), group, slot); }
 
   void Check(int32_t group, int32_t slot, ImageSize roi, const ImageLayout& srcPlace,
              ImageLayout dstPlace) {
@@ -61,7 +65,7 @@ class MedianKernelTest : public VariantTest {
 
 TEST_P(MedianKernelTest, EveryFormMatchesSort) {
   for (int32_t group = 0; group < kMedianGroupCount; ++group) {
-    for (int32_t slot = 0; slot < MedianSlotGeneral; ++slot) {
+    for (int32_t slot = 0; slot < 6; ++slot) {
       ASSERT_NE(Kernel(group, slot), nullptr) << "group " << group << " slot " << slot;
       for (int32_t i = 0; i < 12; ++i) {
         const ImageSize roi{RandomInt(Rng(), 1, i % 4 == 0 ? 150 : 40), RandomInt(Rng(), 1, 7)};
@@ -69,7 +73,7 @@ TEST_P(MedianKernelTest, EveryFormMatchesSort) {
         // Every other case keeps dst rows on 32-byte steps, where the wide
         // column kernels take two rows a pass.
         if (i % 2 == 0) {
-          const int32_t px = MedianFormOf(group).elementBytes * MedianFormOf(group).channels;
+          const int32_t px = FormOf(group).elementBytes * FormOf(group).channels;
           dstPlace.stepPad = (32 - roi.width * px % 32) % 32 + 32 * RandomInt(Rng(), 0, 1);
           dstPlace.misalign = 32 * RandomInt(Rng(), 0, 1);
         }
@@ -81,7 +85,7 @@ TEST_P(MedianKernelTest, EveryFormMatchesSort) {
 }
 
 TEST_P(MedianKernelTest, VectorEdgeWidthsOfTheHotForm) {
-  for (int32_t slot = 0; slot < MedianSlotGeneral; ++slot) {
+  for (int32_t slot = 0; slot < 6; ++slot) {
     for (int32_t w : VectorEdgeWidths(140)) {
       for (int32_t misalign : {0, 1, 17}) {
         Check(MedianGroup8uC3, slot, {w, 3}, ImageLayout{1, 1, 0, false, misalign},
@@ -100,7 +104,7 @@ TEST_P(MedianKernelTest, ChunkAndBandEdges) {
                                   {130, 3}, {12, 31}, {11, 32}, {13, 33}, {40, 65},
                                   {1, 40},  {2, 37},  {5, 34},  {10, 66}};
   for (int32_t group : {MedianGroup8uC3, MedianGroup8uC4Keep, MedianGroup16uC4, MedianGroup16sC3}) {
-    for (int32_t slot : {MedianSlotSquare3, MedianSlotSquare5}) {
+    for (int32_t slot : {4, 5}) {
       for (const ImageSize roi : kSizes) {
         Check(group, slot, roi, RandomLayout(Rng(), 1, 1), RandomLayout(Rng(), 1, 1));
         if (HasFailure()) return;
@@ -116,7 +120,7 @@ TEST_P(MedianKernelTest, ReadsOnlyTheMaskRows) {
   for (int32_t group = 0; group < kMedianGroupCount; ++group) {
     const ElementForm form = FormOf(group);
     const int32_t px = form.elementBytes * form.channels;
-    for (int32_t slot = 0; slot < MedianSlotGeneral; ++slot) {
+    for (int32_t slot = 0; slot < 6; ++slot) {
       const ImageSize mask = kTableMasks[slot];
       const int32_t xr = mask.width / 2, yr = mask.height / 2;
       for (int32_t w : {1, 2, 5, 6, 11, 16, 33}) {
@@ -132,8 +136,7 @@ TEST_P(MedianKernelTest, ReadsOnlyTheMaskRows) {
           FillPattern(dst.data(), dst.size(), Pattern::Random, Rng());
           const std::vector<uint8_t> expected =
               ReferenceMedianDirect(first, step, roi, mask, form, dst);
-          kTables[Variant()]()[group * kMedianSlotCount + slot](first, step, dst.data(), w * px,
-                                                                roi, mask, nullptr);
+          KernelOf(Variant(), group, slot)(first, step, dst.data(), w * px, roi, mask, nullptr);
           EXPECT_EQ(dst, expected)
               << "group " << group << " slot " << slot << " region " << w << "x" << roi.height;
         }
@@ -146,7 +149,7 @@ TEST_P(MedianKernelTest, ReadsOnlyTheMaskRows) {
 TEST_P(MedianKernelTest, ValuePatterns) {
   for (Pattern pattern : kAllPatterns) {
     for (int32_t group : {MedianGroup8uC3, MedianGroup16uC4Keep, MedianGroup16sC3}) {
-      for (int32_t slot = 0; slot < MedianSlotGeneral; ++slot) {
+      for (int32_t slot = 0; slot < 6; ++slot) {
         const ElementForm form = FormOf(group);
         const int32_t px = form.elementBytes * form.channels;
         const ImageSize roi{37, 4};
@@ -157,8 +160,8 @@ TEST_P(MedianKernelTest, ValuePatterns) {
         std::vector<uint8_t> dst(static_cast<size_t>(roi.width) * px * roi.height, 0x42);
         const std::vector<uint8_t> expected =
             ReferenceMedianDirect(first, step, roi, kTableMasks[slot], form, dst);
-        kTables[Variant()]()[group * kMedianSlotCount + slot](
-            first, step, dst.data(), roi.width * px, roi, kTableMasks[slot], nullptr);
+        KernelOf(Variant(), group, slot)(first, step, dst.data(), roi.width * px, roi,
+                                         kTableMasks[slot], nullptr);
         EXPECT_EQ(dst, expected) << PatternName(pattern) << " group " << group << " slot " << slot;
       }
     }

@@ -1,0 +1,270 @@
+#include "conformance.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <sstream>
+
+#include "support/code_path.h"
+#include "support/guarded.h"
+
+namespace corvane::test {
+namespace {
+
+std::vector<Row>& Rows() {
+  static std::vector<Row> rows;
+  return rows;
+}
+
+struct RefusalTable {
+  std::string entry;
+  std::vector<Refusal> rows;
+  bool keepsScratch;
+};
+std::vector<RefusalTable>& RefusalTables() {
+  static std::vector<RefusalTable> tables;
+  return tables;
+}
+
+// Widths one either side of every vector width (16, 32, 64 bytes, and two
+// vectors of the widest) in pixels and in bytes, 1 to 9, and the longest.
+std::vector<int32_t> SweepWidths(int32_t maxWidth, int32_t px) {
+  std::set<int32_t> w{maxWidth - 1, maxWidth};
+  for (int32_t i = 1; i <= 9; ++i) w.insert(i);
+  for (int32_t v : {16, 32, 64, 128}) {
+    for (int32_t d = -1; d <= 1; ++d)
+      w.insert({v + d, std::max(1, v / px + d), (v + px - 1) / px + d});
+  }
+  return {w.begin(), std::upper_bound(w.begin(), w.end(), maxWidth)};
+}
+
+constexpr int32_t kHeights[] = {1, 2, 3, 5, 8, 17};
+
+::testing::AssertionResult Within(const Row& row, const uint8_t* want, const uint8_t* got,
+                                  int32_t gotStep, ImageSize roi) {
+  const int32_t rowBytes = roi.width * row.form.Bytes(), e = row.form.elementBytes;
+  if (row.tolerance == 0) return SameRows(want, rowBytes, got, gotStep, rowBytes, roi.height);
+  for (int32_t y = 0; y < roi.height; ++y) {
+    for (int32_t x = 0; x < rowBytes; x += e) {
+      int32_t a = 0, b = 0;
+      std::memcpy(&a, want + intptr_t{y} * rowBytes + x, e);
+      std::memcpy(&b, got + intptr_t{y} * gotStep + x, e);
+      if (row.form.isSigned && e == 2) a = int16_t(a), b = int16_t(b);
+      if (std::abs(a - b) > row.tolerance) {
+        return ::testing::AssertionFailure() << "row " << y << " byte " << x << ": " << b
+                                             << " is farther than allowed from " << a;
+      }
+    }
+  }
+  return ::testing::AssertionSuccess();
+}
+
+struct Case {
+  const Arg& arg;
+  ImageSize roi;
+  Pattern pattern;
+  PageBuffer::Edge edge;
+  bool packed;  // rows back to back, one run
+};
+
+// A framed source that ends (or starts) at a protected page, a guarded
+// destination of random content, the entry against the reference.
+void RunCase(const Row& row, const Case& c, int32_t variant, std::mt19937& rng) {
+  const int32_t px = row.form.Bytes();
+  const uint64_t seed = rng();
+  const ImageSize region = row.source ? row.source(c.roi, c.arg, seed) : c.roi;
+  const ImageSize reach = c.arg.reach;
+  ImageLayout sl = RandomLayout(rng, (region.width + 2 * reach.width) * px,
+                                region.height + 2 * reach.height, row.negativeSteps);
+  ImageLayout dl = RandomLayout(rng, c.roi.width * px, c.roi.height, row.negativeSteps);
+  if (c.packed) sl.stepPad = dl.stepPad = 0, sl.bottomUp = dl.bottomUp = false;
+  const std::size_t pitch = std::size_t(sl.rowBytes) + sl.stepPad;
+  PageBuffer srcMem((sl.rows - 1) * pitch + sl.rowBytes, c.edge);
+  FillPattern(srcMem.data(), srcMem.size(), c.pattern, rng, row.form.elementBytes);
+  const std::vector<uint8_t> before(srcMem.data(), srcMem.data() + srcMem.size());
+  const int32_t srcStep = int32_t(sl.bottomUp ? -pitch : pitch);
+  const uint8_t* src = srcMem.data() + (sl.bottomUp ? (sl.rows - 1) * pitch : 0) +
+                       intptr_t{reach.height} * srcStep + reach.width * px;
+  GuardedImage dst(dl);
+  std::vector<uint8_t> want(std::size_t(dl.rowBytes) * dl.rows);
+  FillPattern(want.data(), want.size(), Pattern::Random, rng);
+  for (int32_t y = 0; y < dl.rows; ++y)
+    std::memcpy(dst.row(y), &want[y * dl.rowBytes], dl.rowBytes);
+
+  row.run({src, srcStep, region, dst.data(), dst.step(), c.roi, c.arg, variant, seed});
+  row.reference({src, srcStep, region, want.data(), dl.rowBytes, c.roi, c.arg, variant, seed});
+  std::ostringstream what;
+  what << row.name << " on " << CodePathName(variant) << ", " << c.arg.label << ", region "
+       << c.roi.width << "x" << c.roi.height << " from " << region.width << "x" << region.height
+       << ", " << PatternName(c.pattern) << ", source " << sl << ", destination " << dl;
+  EXPECT_TRUE(Within(row, want.data(), dst.data(), dst.step(), c.roi)) << what.str();
+  EXPECT_TRUE(dst.CheckGuards()) << what.str();
+  EXPECT_TRUE(std::equal(before.begin(), before.end(), srcMem.data()))
+      << "source written, " << what.str();
+}
+
+using RowOnPath = std::tuple<int32_t, int32_t>;  // row or table, code path
+
+// Every row on every code path that has a build of it.
+template <class Named>
+std::vector<RowOnPath> OnPaths(const std::vector<Named>& rows, uint32_t (*paths)(const Named&)) {
+  std::vector<RowOnPath> out;
+  for (int32_t r = 0; r < int32_t(rows.size()); ++r) {
+    for (int32_t v = 0; v < 6; ++v) {
+      if (paths(rows[r]) >> v & 1) out.emplace_back(r, v);
+    }
+  }
+  return out;
+}
+
+std::string ParamName(std::string name, int32_t variant) {
+  name += std::string("_") + CodePathName(variant);
+  for (char& ch : name) ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
+  return name;
+}
+
+class Conformance : public CodePathTest<RowOnPath> {};
+
+TEST_P(Conformance, MatchesReference) {
+  const Row& row = Rows()[std::get<0>(GetParam())];
+  const std::vector<int32_t> widths = SweepWidths(row.maxWidth, row.form.Bytes());
+  const std::size_t A = row.args.size(), W = widths.size();
+  for (std::size_t i = 0; i < 3 * std::max(A, W) && !HasFailure(); ++i) {
+    RunCase(row,
+            {row.args[i % A],
+             {widths[(i + i / A) % W], kHeights[(i / 3) % std::size(kHeights)]},
+             kAllPatterns[(i / 2) % std::size(kAllPatterns)],
+             i % 2 ? PageBuffer::Edge::Start : PageBuffer::Edge::End,
+             false},
+            Variant(), Rng());
+  }
+  for (std::size_t i = 0; i < 2 * A * row.sizes.size() && !HasFailure(); ++i) {
+    RunCase(row,
+            {row.args[i / 2 % A], row.sizes[i / 2 / A], Pattern::Random, PageBuffer::Edge::End,
+             i % 2 == 0},
+            Variant(), Rng());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, Conformance,
+                         ::testing::ValuesIn(OnPaths<Row>(Rows(),
+                                                          [](const Row& r) { return r.variants; })),
+                         [](const auto& info) {
+                           return ParamName(Rows()[std::get<0>(info.param)].name,
+                                            std::get<1>(info.param));
+                         });
+
+class Refusals : public CodePathTest<RowOnPath> {};
+
+// Every refusal on every code path: its status, and nothing written.
+TEST_P(Refusals, FirstFailingCheckWins) {
+  const RefusalTable& t = RefusalTables()[std::get<0>(GetParam())];
+  constexpr int32_t kPx = 3, kSide = 16, kStep = (kSide + 8) * kPx;
+  std::vector<uint8_t> src(std::size_t(kStep) * (kSide + 8)), scratch(65536);
+  FillPattern(src.data(), src.size(), Pattern::Random, Rng());
+  GuardedImage dst({kSide * kPx, kSide, 0, false, 0});
+  const std::vector<uint8_t> untouched(kSide * kPx, 0x5A);
+  for (const Refusal& r : t.rows) {
+    const std::string what = t.entry + ": " + r.what;
+    for (int32_t y = 0; y < kSide; ++y) std::memset(dst.row(y), 0x5A, kSide * kPx);
+    std::fill(scratch.begin(), scratch.end(), 0x3C);
+    int32_t size = 12345;
+    double values[8] = {7, 7, 7, 7, 7, 7, 7, 7};
+    const Outputs o{src.data() + 4 * kStep + 4 * kPx,
+                    kStep,
+                    dst.data(),
+                    dst.step(),
+                    scratch.data(),
+                    &size,
+                    values,
+                    Variant()};
+    EXPECT_EQ(r.call(o), r.want) << what;
+    EXPECT_TRUE(dst.CheckGuards()) << what;
+    if (r.want == StatusOk) continue;
+    EXPECT_TRUE(SameRows(untouched.data(), 0, dst.data(), dst.step(), kSide * kPx, kSide)) << what;
+    EXPECT_TRUE(!t.keepsScratch || std::count(scratch.begin(), scratch.end(), 0x3C) == 65536)
+        << what << " wrote the scratch";
+    EXPECT_TRUE(size == 12345 && std::count(values, values + 8, 7.0) == 8) << what << " wrote out";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Tables, Refusals,
+                         ::testing::ValuesIn(OnPaths<RefusalTable>(
+                             RefusalTables(), [](const RefusalTable&) { return 0x3Fu; })),
+                         [](const auto& info) {
+                           return ParamName(RefusalTables()[std::get<0>(info.param)].entry,
+                                            std::get<1>(info.param));
+                         });
+
+// --bench[=NAME]: a 1920x1080 region of each row (whose name holds NAME)
+// with its first argument; milliseconds a call of the reference and of every
+// code path this processor runs, and the speed-up.
+double MillisecondsPerCall(const std::function<void()>& call) {
+  using Clock = std::chrono::steady_clock;
+  int64_t calls = 0;
+  const auto start = Clock::now();
+  while (Clock::now() - start < std::chrono::milliseconds(300) || calls < 3) call(), ++calls;
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count() / double(calls);
+}
+
+void Bench(const std::string& only) {
+  std::printf("\n%-40s %9s", "1920x1080, ms a call", "reference");
+  for (int32_t v = 0; v < 6; ++v) std::printf(" %14s", CodePathName(v));
+  std::mt19937 rng(1);
+  for (const Row& row : Rows()) {
+    if (row.name.find(only) == std::string::npos) continue;
+    const Arg& arg = row.args.front();
+    const ImageSize roi{1920, 1080}, region = row.source ? row.source(roi, arg, 1) : roi;
+    const int32_t px = row.form.Bytes(), step = (region.width + 2 * arg.reach.width) * px;
+    std::vector<uint8_t> src(std::size_t(step) * (region.height + 2 * arg.reach.height));
+    std::vector<uint8_t> dst(std::size_t(roi.width) * px * roi.height);
+    FillPattern(src.data(), src.size(), Pattern::Random, rng, row.form.elementBytes);
+    const uint8_t* at = src.data() + std::size_t(arg.reach.height) * step + arg.reach.width * px;
+    auto frame = [&](int32_t v) {
+      return Frame{at, step, region, dst.data(), roi.width * px, roi, arg, v, 1};
+    };
+    const double reference = MillisecondsPerCall([&] { row.reference(frame(0)); });
+    std::printf("\n%-40s %9.3f", (row.name + " " + arg.label).substr(0, 40).c_str(), reference);
+    for (int32_t v = 0; v < 6; ++v) {
+      if (!(row.variants >> v & 1) || !EnterCodePath(v).empty()) {
+        std::printf(" %14s", "-");
+        continue;
+      }
+      const double ms = MillisecondsPerCall([&] { row.run(frame(v)); });
+      LeaveCodePath();
+      std::printf(" %7.3f %5.1fx", ms, reference / ms);
+    }
+  }
+  std::printf("\n");
+}
+
+}  // namespace
+
+bool AddRow(Row row) {
+  Rows().push_back(std::move(row));
+  return true;
+}
+
+bool AddRefusals(const std::string& entry, std::vector<Refusal> rows, bool keepsScratch) {
+  RefusalTables().push_back({entry, std::move(rows), keepsScratch});
+  return true;
+}
+
+}  // namespace corvane::test
+
+int main(int argc, char** argv) {
+  const char* bench = nullptr;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--bench", 7) != 0) continue;
+    bench = argv[i][7] == '=' ? argv[i] + 8 : "";
+    std::copy(argv + i + 1, argv + argc, argv + i), --argc, --i;
+  }
+  ::testing::InitGoogleTest(&argc, argv);
+  const int failed = RUN_ALL_TESTS();
+  if (bench && failed == 0) corvane::test::Bench(bench);
+  return failed;
+}

@@ -1,0 +1,77 @@
+#include "support/rng.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+
+namespace corvane::test {
+namespace {
+
+uint64_t TestSeed() {
+  static const uint64_t seed = [] {
+    if (const char* env = std::getenv("CORVANE_TEST_SEED"); env && *env) {
+      return uint64_t{std::strtoull(env, nullptr, 0)};
+    }
+    std::random_device device;
+    return (uint64_t{device()} << 32) | device();
+  }();
+  return seed;
+}
+
+class SeedReporter : public ::testing::EmptyTestEventListener {
+  void OnTestEnd(const ::testing::TestInfo& info) override {
+    if (!info.result()->Failed()) return;
+    std::printf("[   SEED   ] CORVANE_TEST_SEED=%llu replays %s.%s\n",
+                static_cast<unsigned long long>(TestSeed()), info.test_suite_name(), info.name());
+  }
+};
+
+}  // namespace
+
+std::mt19937 MakeTestRng() {
+  // The seed is printed after every failing test from the first draw on.
+  [[maybe_unused]] static const bool reporting = [] {
+    ::testing::UnitTest::GetInstance()->listeners().Append(new SeedReporter);
+    return true;
+  }();
+  const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+  const std::string name = info ? std::string(info->test_suite_name()) + "." + info->name() : "";
+  const uint64_t mixed = TestSeed() ^ std::hash<std::string>{}(name);
+  std::seed_seq seq{uint32_t(mixed), uint32_t(mixed >> 32)};
+  return std::mt19937(seq);
+}
+
+int32_t RandomInt(std::mt19937& rng, int32_t lo, int32_t hi) {
+  return std::uniform_int_distribution<int32_t>(lo, hi)(rng);
+}
+
+const char* PatternName(Pattern p) {
+  static const char* const kNames[] = {"random", "all-0", "all-1", "alternating", "runs"};
+  return kNames[static_cast<int>(p)];
+}
+
+void FillPattern(uint8_t* data, std::size_t length, Pattern pattern, std::mt19937& rng,
+                 int32_t elementBytes) {
+  if (pattern == Pattern::Random) {
+    for (std::size_t i = 0; i < length; i += 4) {
+      const uint32_t bits = rng();
+      std::memcpy(data + i, &bits, std::min<std::size_t>(4, length - i));
+    }
+    return;
+  }
+  uint8_t value = 0;
+  for (std::size_t i = 0, e = std::size_t(elementBytes), run = 0; i < length; ++i) {
+    if (pattern == Pattern::Runs && i % e == 0 && run-- == 0) {
+      run = std::size_t(RandomInt(rng, 0, 40)), value = uint8_t(rng());
+    }
+    const bool ones = pattern == Pattern::AllMax || (pattern == Pattern::Alternating && i / e % 2);
+    data[i] = pattern == Pattern::Runs ? value : ones ? 0xFF : 0x00;
+  }
+}
+
+}  // namespace corvane::test

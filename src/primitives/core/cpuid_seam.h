@@ -8,10 +8,10 @@
 namespace corvane::primitives {
 
 struct CpuidRegs {
-  uint32_t eax;
-  uint32_t ebx;
-  uint32_t ecx;
-  uint32_t edx;
+  uint32_t eax = 0;
+  uint32_t ebx = 0;
+  uint32_t ecx = 0;
+  uint32_t edx = 0;
 };
 
 struct CpuidSource {

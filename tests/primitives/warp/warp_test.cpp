@@ -1,238 +1,322 @@
-// ownWarpBilinear_8u_C3R on every code path against the pixel-by-pixel
-// reference: crop-and-scale maps and rotations, pictures partly outside the
-// destination rectangle, sources that end at a protected page, guard rings;
-// the caller's floating-point state kept; then the order of the entry's
-// refusals, none of which writes a pixel.
-#include "primitives/warp/warp.h"
-
+// ownWarpBilinear_8u_C3R and its nearest-neighbour kernel on every code path
+// against a pixel-by-pixel reference that finds each row's span from the
+// crossings of the picture's edges: crop-and-scale maps and rotations,
+// pictures partly outside the destination rectangle, the caller's
+// floating-point state kept; and the refusals of the warp family.
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <vector>
+#include <random>
 
-#include "harness/guarded_image.h"
-#include "harness/page_buffer.h"
-#include "harness/test_rng.h"
-#include "harness/variant_test.h"
-#include "primitives/core/aligned_memory.h"
+#include "conformance.h"
+#include "primitives/warp/warp.h"
 #include "primitives/warp/warp_nearest.h"
-#include "warp_reference.h"
+#include "support/guarded.h"
 
-namespace corvane {
+namespace corvane::test {
 namespace {
 
+using primitives::ownGetBilinearCoeffs;
 using primitives::ownWarpBilinear_8u_C3R;
 using primitives::ownWarpBilinearBufferSize;
-using test::GuardedImage;
-using test::ImageLayout;
-using test::RandomInt;
 
-class WarpTest : public test::VariantTest {
- protected:
-  // Either the map of a crop onto a rectangle (through the coefficients
-  // primitive, exact ratios, ties included) or a rotation with scale, with
-  // the picture somewhere about the w x h destination.
-  bool RandomMap(ImageRect rect, int32_t dstW, int32_t dstH, double* c) {
-    if (RandomInt(Rng(), 0, 1)) {
-      const double ox = RandomInt(Rng(), -dstW / 2, dstW - 1),
-                   oy = RandomInt(Rng(), -dstH / 2, dstH - 1);
-      const double w = RandomInt(Rng(), 1, 120), h = RandomInt(Rng(), 1, 120);
-      const double quad[8] = {ox, oy, ox + w, oy, ox + w, oy + h, ox, oy + h};
-      return primitives::ownGetBilinearCoeffs(rect, quad, c) == StatusOk;
-    }
-    const double angle = RandomInt(Rng(), 0, 6283) * 1e-3;
-    const double sx = RandomInt(Rng(), 200, 3000) * 1e-3, sy = RandomInt(Rng(), 200, 3000) * 1e-3;
-    const double cs = std::cos(angle), sn = std::sin(angle);
-    // The rectangle's centre goes to a random point of the destination.
-    const double mx = rect.x + rect.width / 2.0, my = rect.y + rect.height / 2.0;
-    const double tx = RandomInt(Rng(), 0, dstW * 1000) * 1e-3,
-                 ty = RandomInt(Rng(), 0, dstH * 1000) * 1e-3;
-    const double a[6] = {sx * cs, -sy * sn, tx - (sx * cs * mx - sy * sn * my),
-                         sx * sn, sy * cs,  ty - (sx * sn * mx + sy * cs * my)};
-    const double out[8] = {0, a[0], a[1], a[2], 0, a[3], a[4], a[5]};
-    std::memcpy(c, out, sizeof out);
-    return true;
+// First and last covered column of row y of a convex quad clipped to columns
+// x0..x1, from the crossings of its edges, a boundary reaching a column up to
+// 1e-13 beyond it where `reach`; false when the row misses the quad.
+bool SpanOfRow(const double* q, double y, double x0, double x1, bool reach, int32_t* left,
+               int32_t* right) {
+  double lo = HUGE_VAL, hi = -HUGE_VAL;
+  for (int i = 0; i < 8; i += 2) {
+    const double px = q[i], py = q[i + 1], qx = q[(i + 2) % 8], qy = q[(i + 3) % 8];
+    if (py == y) lo = std::min(lo, px), hi = std::max(hi, px);
+    if (py == qy || y < std::min(py, qy) || y > std::max(py, qy)) continue;
+    const double x = px + (y - py) * (qx - px) / (qy - py);
+    lo = std::min(lo, x), hi = std::max(hi, x);
   }
-};
-
-TEST_P(WarpTest, MatchesReference) {
-  int drawn = 0;
-  for (int round = 0; round < 120; ++round) {
-    const ImageSize srcSize{RandomInt(Rng(), 2, 90), RandomInt(Rng(), 2, 90)};
-    const int32_t srcStep = srcSize.width * 3 + RandomInt(Rng(), 0, 1) * RandomInt(Rng(), 1, 40);
-    // The source ends at a protected page: a read past its last pixel faults.
-    test::PageBuffer srcBuffer(size_t(srcSize.height - 1) * srcStep + srcSize.width * 3);
-    test::FillPattern(srcBuffer.data(), srcBuffer.size(), test::Pattern::Random, Rng());
-    ImageRect srcRect{RandomInt(Rng(), 0, srcSize.width - 2),
-                      RandomInt(Rng(), 0, srcSize.height - 2), 0, 0};
-    srcRect.width = RandomInt(Rng(), 2, srcSize.width - srcRect.x + 20);  // may run past the edge
-    srcRect.height = RandomInt(Rng(), 2, srcSize.height - srcRect.y + 20);
-    ImageLayout layout = test::RandomLayout(Rng(), 100, 100);
-    layout.rowBytes = RandomInt(Rng(), 1, 100) * 3;
-    layout.bottomUp = false;  // the warp takes positive steps only
-    GuardedImage dst(layout), expected(layout);
-    dst.Fill(test::Pattern::Random, Rng());
-    for (int32_t y = 0; y < layout.rows; ++y) {
-      std::memcpy(expected.row(y), dst.row(y), layout.rowBytes);
-    }
-    const int32_t dstW = layout.rowBytes / 3;
-    ImageRect dstRect{RandomInt(Rng(), 0, dstW - 1), RandomInt(Rng(), 0, layout.rows - 1), 0, 0};
-    dstRect.width = RandomInt(Rng(), 1, dstW - dstRect.x);
-    dstRect.height = RandomInt(Rng(), 1, layout.rows - dstRect.y);
-    if (RandomInt(Rng(), 0, 1)) dstRect = {0, 0, dstW, layout.rows};
-    double c[8];
-    if (!RandomMap(srcRect, dstW, layout.rows, c)) continue;
-
-    int32_t size = 0;
-    const PrimitiveStatus sized =
-        ownWarpBilinearBufferSize(srcSize, srcRect, dstRect, 0, c, WarpNearest, &size);
-    ASSERT_TRUE(sized == StatusOk || sized == StatusNoOverlap) << sized;
-    test::PageBuffer scratch(sized == StatusOk ? size_t(size) : 64);
-    // The caller's underflow mask and sticky flag come back as they were.
-    constexpr unsigned int kUnderflow = _MM_MASK_UNDERFLOW | _MM_EXCEPT_UNDERFLOW;
-    const unsigned int saved = _mm_getcsr();
-    const unsigned int state = (saved & ~kUnderflow) | (round & 1 ? _MM_MASK_UNDERFLOW : 0) |
-                               (round & 2 ? _MM_EXCEPT_UNDERFLOW : 0);
-    _mm_setcsr(state);
-    const PrimitiveStatus status =
-        ownWarpBilinear_8u_C3R(srcBuffer.data(), srcSize, srcStep, srcRect, dst.data(), dst.step(),
-                               dstRect, c, WarpNearest, scratch.data());
-    const unsigned int after = _mm_getcsr();
-    _mm_setcsr(saved);
-    ASSERT_EQ(status, sized) << "round " << round;
-    EXPECT_EQ(after & kUnderflow, state & kUnderflow) << "round " << round;
-    const double a[6] = {c[1], c[2], c[3], c[5], c[6], c[7]};
-    const bool any = test::ReferenceWarp(srcBuffer.data(), srcSize, srcStep, srcRect,
-                                         expected.data(), expected.step(), dstRect, a);
-    drawn += any;
-    ASSERT_TRUE(dst.CheckGuards()) << "round " << round;
-    ASSERT_TRUE(test::SameRows(expected.data(), expected.step(), dst.data(), dst.step(),
-                               layout.rowBytes, layout.rows))
-        << "round " << round << ": source " << srcSize.width << "x" << srcSize.height << ", map "
-        << c[1] << " " << c[2] << " " << c[3] << " / " << c[5] << " " << c[6] << " " << c[7];
-  }
-  EXPECT_GT(drawn, 40);
+  lo = std::max(lo, x0), hi = std::min(hi, x1);
+  if (lo > hi) return false;
+  const double l = std::ceil(lo), r = std::floor(hi);
+  *left = int32_t(reach && lo + 1.0 - l < 1e-13 ? l - 1 : l);
+  *right = int32_t(reach && 1.0 - hi + r < 1e-13 ? r + 1 : r);
+  return true;
 }
 
-TEST_P(WarpTest, RefusalsInOrderWriteNothing) {
-  std::vector<uint8_t> src(20 * 20 * 3, 7);
-  ImageLayout layout;
-  layout.rowBytes = 30 * 3;
-  layout.rows = 30;
-  GuardedImage dst(layout);
-  dst.FillValue(0x33);
-  void* block = primitives::ownMallocAligned(4096);
-  uint8_t* const scratch = static_cast<uint8_t*>(block);
-  const uint8_t* const s = src.data();
-  const double scale[8] = {0, 1.5, 0, 0, 0, 0, 1.5, 0};
-  const double bent[8] = {1e-3, 1.5, 0, 0, 0, 0, 1.5, 0};
-  const double singular[8] = {-0.0, 1, 2, 0, 0.0, 1, 2, 0};
-  const double away[8] = {0, 1, 0, -100, 0, 0, 1, 0};
-  const double bentAway[8] = {1e-3, 1.5, 0, -100, 0, 0, 1.5, 0};
-  const ImageSize img{20, 20};
-  const ImageRect all{0, 0, 20, 20}, out{0, 0, 30, 30};
-  const int32_t step = 20 * 3;
-  struct Case {
-    const char* what;
-    const uint8_t* src;
-    ImageSize size;
-    int32_t srcStep;
-    ImageRect srcRect, dstRect;
-    const double* c;
-    uint32_t mode;
-    uint8_t* scratch;
-    PrimitiveStatus want;
-  } const cases[] = {
-      {"null coefficients", s, img, 0, all, out, nullptr, 1, scratch, StatusNullPointer},
-      {"stride 0 before null source", nullptr, img, 0, all, out, scale, 1, scratch, StatusStep},
-      {"null source", nullptr, img, step, all, out, scale, 1, scratch, StatusNullPointer},
-      {"null scratch", s, img, step, all, out, scale, 1, nullptr, StatusNullPointer},
-      {"empty image", s, {0, 20}, step, all, out, scale, 1, scratch, StatusSize},
-      {"negative rectangle", s, img, step, {-1, 0, 5, 5}, out, scale, 1, scratch, StatusSize},
-      {"empty destination", s, img, step, all, {0, 0, 5, 0}, scale, 3, scratch, StatusSize},
-      {"mode 3", s, img, step, all, out, singular, 3, scratch, StatusInterpolation},
-      {"no inverse", s, img, step, {20, 0, 5, 5}, out, singular, 1, scratch, StatusTransform},
-      {"outside", s, img, step, {20, 0, 5, 5}, out, scale, 2, scratch, StatusRectangleOutside},
-      {"one column left", s, img, step, {19, 0, 5, 5}, out, scale, 1, scratch, StatusRectangle},
-      {"one-column image", s, {1, 20}, step, all, out, scale, 2, scratch, StatusRectangle},
-      {"misses the destination", s, img, step, all, out, away, 1, scratch, StatusNoOverlap},
-      {"linear not served yet", s, img, step, all, out, scale, 2, scratch, StatusInterpolation},
-      {"smooth edge not served yet", s, img, step, all, out, scale, WarpSmoothEdge | 1, scratch,
-       StatusInterpolation},
-      {"bilinear: null scratch", s, img, step, all, out, bent, 1, nullptr, StatusNullPointer},
-      {"bilinear: stride 0", s, img, 0, all, out, bent, 1, scratch, StatusStep},
-      {"bilinear: mode 6", s, img, step, all, out, bent, 6, scratch, StatusInterpolation},
-      {"bilinear: misses", s, img, step, all, out, bentAway, 1, scratch, StatusNoOverlap},
-      {"bilinear not served yet", s, img, step, all, out, bent, 1, scratch, StatusInterpolation},
-  };
-  const std::vector<uint8_t> untouched(layout.rowBytes, 0x33);
-  for (const Case& k : cases) {
-    EXPECT_EQ(ownWarpBilinear_8u_C3R(k.src, k.size, k.srcStep, k.srcRect, dst.data(), dst.step(),
-                                     k.dstRect, k.c, k.mode, k.scratch),
-              k.want)
-        << k.what;
-    ASSERT_TRUE(
-        test::SameRows(untouched.data(), 0, dst.data(), dst.step(), layout.rowBytes, layout.rows))
-        << k.what;
+// The affine warp a (x' = a0·x + a1·y + a2, y' = a3·x + a4·y + a5), pixel by
+// pixel: each destination pixel of a row's span takes the source pixel at
+// its position through the inverse, positions accumulated along the row and
+// down the rows from the first.
+void ReferenceWarp(const uint8_t* src, ImageSize srcSize, int32_t srcStep, ImageRect rect,
+                   uint8_t* dst, int32_t dstStep, ImageRect dstRect, const double* a) {
+  rect.width = std::min(rect.width, srcSize.width - rect.x);
+  rect.height = std::min(rect.height, srcSize.height - rect.y);
+  const double x0 = rect.x, y0 = rect.y, x1 = x0 + rect.width - 1, y1 = y0 + rect.height - 1;
+  const double cx[4] = {x0, x1, x1, x0}, cy[4] = {y0, y0, y1, y1};
+  double q[8];
+  for (int i = 0; i < 4; ++i) {
+    q[2 * i] = a[0] * cx[i] + a[1] * cy[i] + a[2];
+    q[2 * i + 1] = a[3] * cx[i] + a[4] * cy[i] + a[5];
   }
-  EXPECT_TRUE(dst.CheckGuards());
-  primitives::ownFreeAligned(block);
+  // The inverse from the rectangle and its picture.
+  const double ex = q[2] - q[0], ey = q[3] - q[1], fx = q[4] - q[2], fy = q[5] - q[3];
+  const double d = 1.0 / (ex * fy - fx * ey), s = (x1 - x0) * d, t = (y1 - y0) * d;
+  const double i0 = fy * s, i1 = -(s * fx), i3 = -(ey * t), i4 = t * ex;
+  const double i2 = x0 - i0 * q[0] - i1 * q[1], i5 = y0 - i3 * q[0] - i4 * q[1];
+  const double minY = std::max(std::min({q[1], q[3], q[5], q[7]}), double(dstRect.y));
+  const double maxY =
+      std::min(std::max({q[1], q[3], q[5], q[7]}), dstRect.y + dstRect.height - 1.0);
+  // Clipped to no height, the picture is a bare segment: no reach.
+  const bool segment = minY == maxY;
+  double baseU = std::ceil(minY) * i1 + i2, baseV = std::ceil(minY) * i4 + i5;
+  for (double y = std::ceil(minY); y <= std::floor(maxY); y += 1.0, baseU += i1, baseV += i4) {
+    int32_t left = 0, right = -1;
+    if (!SpanOfRow(q, y, dstRect.x, dstRect.x + dstRect.width - 1, !segment, &left, &right)) {
+      continue;
+    }
+    double u = left * i0 + baseU + 0.5, v = left * i3 + baseV + 0.5;
+    for (int32_t x = left; x <= right; ++x, u += i0, v += i3) {
+      const int32_t su = int32_t(u), sv = int32_t(v);
+      ASSERT_TRUE(su >= rect.x && su <= x1 && sv >= rect.y && sv <= y1)
+          << "reference position (" << u << ", " << v << ") outside the rectangle";
+      std::memcpy(dst + int64_t(y) * dstStep + 3 * x, src + int64_t(sv) * srcStep + 3 * su, 3);
+    }
+  }
+}
+
+// The rectangles and the transform of a case, from its seed: the map of a
+// crop onto a rectangle through the coefficients primitive (exact ratios,
+// ties included), or a rotation with scale, the picture somewhere about a
+// destination rectangle that is the whole image or part of it.
+struct Map {
+  ImageRect srcRect, dstRect;
+  double c[8];
+};
+Map MapOf(const Frame& f) {
+  std::mt19937 r(static_cast<uint32_t>(f.seed));
+  const int32_t dw = f.roi.width, dh = f.roi.height;
+  Map m{{RandomInt(r, 0, f.srcSize.width - 2), RandomInt(r, 0, f.srcSize.height - 2), 0, 0},
+        {0, 0, dw, dh},
+        {}};
+  m.srcRect.width = RandomInt(r, 2, f.srcSize.width - m.srcRect.x + 20);  // may run past the edge
+  m.srcRect.height = RandomInt(r, 2, f.srcSize.height - m.srcRect.y + 20);
+  if (RandomInt(r, 0, 1)) {
+    m.dstRect = {RandomInt(r, 0, dw - 1), RandomInt(r, 0, dh - 1), 0, 0};
+    m.dstRect.width = RandomInt(r, 1, dw - m.dstRect.x);
+    m.dstRect.height = RandomInt(r, 1, dh - m.dstRect.y);
+  }
+  if (f.arg.kind == 0) {
+    const double x = RandomInt(r, -dw / 2, dw - 1), y = RandomInt(r, -dh / 2, dh - 1);
+    const double w = RandomInt(r, 1, 120), h = RandomInt(r, 1, 120);
+    const double quad[8] = {x, y, x + w, y, x + w, y + h, x, y + h};
+    EXPECT_EQ(ownGetBilinearCoeffs(m.srcRect, quad, m.c), StatusOk);
+    return m;
+  }
+  const double angle = RandomInt(r, 0, 6283) * 1e-3, cs = std::cos(angle), sn = std::sin(angle);
+  const double sx = RandomInt(r, 200, 3000) * 1e-3, sy = RandomInt(r, 200, 3000) * 1e-3;
+  const double mx = m.srcRect.x + m.srcRect.width / 2.0, my = m.srcRect.y + m.srcRect.height / 2.0;
+  const double tx = RandomInt(r, 0, dw * 1000) * 1e-3, ty = RandomInt(r, 0, dh * 1000) * 1e-3;
+  const double c[8] = {0, sx * cs, -sy * sn, tx - (sx * cs * mx - sy * sn * my),
+                       0, sx * sn, sy * cs,  ty - (sx * sn * mx + sy * cs * my)};
+  std::memcpy(m.c, c, sizeof c);
+  return m;
+}
+
+// Source and destination regions are whole images, pixel (0, 0) first.
+void Warp(const Frame& f) {
+  const Map m = MapOf(f);
+  int32_t size = 0;
+  const PrimitiveStatus sized =
+      ownWarpBilinearBufferSize(f.srcSize, m.srcRect, m.dstRect, 0, m.c, WarpNearest, &size);
+  ASSERT_TRUE(sized == StatusOk || sized == StatusNoOverlap) << sized;
+  PageBuffer scratch(sized == StatusOk ? size_t(size) : 64);
+  // The caller's underflow mask and sticky flag come back as they were.
+  constexpr unsigned kUnderflow = _MM_MASK_UNDERFLOW | _MM_EXCEPT_UNDERFLOW;
+  const unsigned saved = _mm_getcsr(), state = (saved & ~kUnderflow) | (f.seed & kUnderflow);
+  _mm_setcsr(state);
+  const PrimitiveStatus status =
+      ownWarpBilinear_8u_C3R(f.src, f.srcSize, f.srcStep, m.srcRect, f.dst, f.dstStep, m.dstRect,
+                             m.c, WarpNearest, scratch.data());
+  const unsigned after = _mm_getcsr();
+  _mm_setcsr(saved);
+  EXPECT_EQ(status, sized);
+  EXPECT_EQ(after & kUnderflow, state & kUnderflow);
+}
+
+void WarpReference(const Frame& f) {
+  const Map m = MapOf(f);
+  const double a[6] = {m.c[1], m.c[2], m.c[3], m.c[5], m.c[6], m.c[7]};
+  ReferenceWarp(f.src, f.srcSize, f.srcStep, m.srcRect, f.dst, f.dstStep, m.dstRect, a);
+}
+
+// A source image of random size, from the case's seed.
+template <int32_t Least>
+ImageSize SourceOf(ImageSize, const Arg&, uint64_t seed) {
+  std::mt19937 r(static_cast<uint32_t>(seed >> 32));
+  return {RandomInt(r, Least, 90), RandomInt(r, Least, 90)};
 }
 
 // The kernel alone, with row tables of any shape: spans that start and end
 // anywhere, empty rows, maps without rotation (each span's positions reused
-// down the rows) and with it, against the designed sums done plainly.
-TEST_P(WarpTest, NearestKernelFollowsAnyRowTable) {
-  using KernelFn = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, int32_t, int32_t,
-                            const int32_t*, const double*, int32_t, int32_t, uint8_t*);
-#define CORVANE_NEAREST_OF(v) &::corvane::v::ownWarpAffineNearest_8u_C3,
-  constexpr KernelFn kKernels[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_NEAREST_OF)};
-#undef CORVANE_NEAREST_OF
-  for (int round = 0; round < 60; ++round) {
-    const int32_t sw = RandomInt(Rng(), 1, 60), sh = RandomInt(Rng(), 1, 60), sstep = sw * 3 + 5;
-    test::PageBuffer src(size_t(sh - 1) * sstep + sw * 3);
-    test::FillPattern(src.data(), src.size(), test::Pattern::Random, Rng());
-    const int32_t dw = RandomInt(Rng(), 1, 80), rows = RandomInt(Rng(), 1, 40);
-    const int32_t yMin = RandomInt(Rng(), 0, 20);
-    ImageLayout layout;
-    layout.rowBytes = dw * 3;
-    layout.rows = yMin + rows;
-    GuardedImage dst(layout), expected(layout);
-    dst.FillValue(0x44);
-    expected.FillValue(0x44);
-    std::vector<int32_t> table(2 * size_t(rows));
-    for (int32_t r = 0; r < rows; ++r) {
-      table[2 * r] = RandomInt(Rng(), 0, dw - 1);
-      table[2 * r + 1] = RandomInt(Rng(), table[2 * r] - 3, dw - 1);  // some rows empty
+// down the rows) and with it; every position stays inside the source.
+struct Spans {
+  int32_t yMin;
+  std::vector<int32_t> table;
+  double i[6];
+};
+Spans SpansOf(const Frame& f) {
+  std::mt19937 r(static_cast<uint32_t>(f.seed));
+  const int32_t dw = f.roi.width, rows = f.roi.height;
+  Spans t{RandomInt(r, 0, rows - 1), {}, {}};
+  for (int32_t y = t.yMin; y < rows; ++y) {
+    t.table.push_back(RandomInt(r, 0, dw - 1));
+    t.table.push_back(RandomInt(r, t.table.back() - 3, dw - 1));  // some rows empty
+  }
+  const double turn = f.arg.kind ? 0.25 : 0.0;
+  const double i0 = (f.srcSize.width - 1.0) / (dw + turn * rows) * 0.999;
+  const double i4 = (f.srcSize.height - 1.0) / (rows + turn * dw) * 0.999;
+  const double inverse[6] = {i0, turn * i0, 0.0, turn * i4, i4, 0.0};
+  std::memcpy(t.i, inverse, sizeof inverse);
+  return t;
+}
+
+const decltype(&m7::ownWarpAffineNearest_8u_C3) kNearest[] =
+    CORVANE_EACH_PATH(ownWarpAffineNearest_8u_C3);
+
+void Kernel(const Frame& f) {
+  const Spans t = SpansOf(f);
+  std::vector<uint8_t> work(size_t(f.roi.width) * 8 + 64);
+  uint8_t* area = work.data() + (64 - reinterpret_cast<uintptr_t>(work.data()) % 64) % 64;
+  kNearest[f.variant](f.src, f.dst + intptr_t{t.yMin} * f.dstStep, f.srcStep, f.dstStep, t.yMin,
+                      f.roi.height - 1, t.table.data(), t.i, f.srcSize.width - 1,
+                      f.srcSize.height - 1, area);
+}
+
+// The designed sums, done plainly.
+void KernelReference(const Frame& f) {
+  const Spans t = SpansOf(f);
+  double bu = t.yMin * t.i[1] + t.i[2], bv = t.yMin * t.i[4] + t.i[5];
+  for (int32_t y = t.yMin; y < f.roi.height; ++y, bu += t.i[1], bv += t.i[4]) {
+    const int32_t left = t.table[2 * (y - t.yMin)], right = t.table[2 * (y - t.yMin) + 1];
+    double u = left * t.i[0] + bu + 0.5, v = left * t.i[3] + bv + 0.5;
+    for (int32_t x = left; x <= right; ++x, u += t.i[0], v += t.i[3]) {
+      std::memcpy(f.dst + intptr_t{y} * f.dstStep + 3 * x,
+                  f.src + int64_t(v) * f.srcStep + 3 * int64_t(u), 3);
     }
-    // Keeps every position of the destination inside the source.
-    const bool turned = RandomInt(Rng(), 0, 2) == 0;
-    const double t = turned ? 0.25 : 0.0;
-    const double i0 = (sw - 1.0) / (dw + t * (yMin + rows)) * 0.999,
-                 i4 = (sh - 1.0) / (yMin + rows + t * dw) * 0.999;
-    const double inverse[6] = {i0, t * i0, 0.0, t * i4, i4, 0.0};
-    std::vector<uint8_t> work(size_t(dw) * 8 + 64);
-    uint8_t* area = work.data() + (64 - reinterpret_cast<uintptr_t>(work.data()) % 64) % 64;
-    kKernels[Variant()](src.data(), dst.row(yMin), sstep, dst.step(), yMin, yMin + rows - 1,
-                        table.data(), inverse, sw - 1, sh - 1, area);
-    double bu = yMin * inverse[1] + inverse[2], bv = yMin * inverse[4] + inverse[5];
-    for (int32_t r = 0; r < rows; ++r, bu += inverse[1], bv += inverse[4]) {
-      double u = table[2 * r] * inverse[0] + bu + 0.5, v = table[2 * r] * inverse[3] + bv + 0.5;
-      for (int32_t x = table[2 * r]; x <= table[2 * r + 1]; ++x, u += inverse[0], v += inverse[3]) {
-        std::memcpy(expected.row(yMin + r) + 3 * x,
-                    src.data() + int64_t(v) * sstep + 3 * int64_t(u), 3);
-      }
-    }
-    ASSERT_TRUE(dst.CheckGuards()) << "round " << round;
-    ASSERT_TRUE(test::SameRows(expected.data(), expected.step(), dst.data(), dst.step(),
-                               layout.rowBytes, layout.rows))
-        << "round " << round << (turned ? ", turned" : "");
   }
 }
 
-CORVANE_INSTANTIATE_VARIANT_TESTS(WarpTest);
+const bool kRows = [] {
+  Row warp{"warp_nearest_8u_C3",
+           {1, 3},
+           {{"crop and scale"}, {"rotation", {}, {}, 0, 1}},
+           Warp,
+           WarpReference};
+  Row kernel{"warp_affine_nearest_kernel",
+             {1, 3},
+             {{"axis-aligned"}, {"turned", {}, {}, 0, 1}},
+             Kernel,
+             KernelReference};
+  warp.source = SourceOf<2>, kernel.source = SourceOf<1>;
+  return AddRow(warp) && AddRow(kernel);
+}();
+
+const double kScale[8] = {0, 1.5, 0, 0, 0, 0, 1.5, 0}, kBent[8] = {1e-3, 1.5, 0, 0, 0, 0, 1.5, 0};
+const double kSingular[8] = {-0.0, 1, 2, 0, 0.0, 1, 2, 0};  // -0.0 takes the affine road
+const double kAway[8] = {0, 1, 0, -100, 0, 0, 1, 0};
+const double kBentAway[8] = {1e-3, 1.5, 0, -100, 0, 0, 1.5, 0};
+const double kSquare[8] = {0, 0, 8, 0, 8, 8, 0, 8}, kBowTie[8] = {0, 0, 8, 0, 0, 8, 8, 8};
+const double kRepeated[8] = {0, 0, 8, 0, 8, 0, 0, 8}, kFlat[8] = {0, 0, 0, 0, 0, 8, 0, 8};
+
+// Arguments of a call, the rectangles flat: a source image w x h, a source
+// rectangle (x, y, rw, rh), a destination rectangle (dx, dy, dw, dh).
+struct Call {
+  const uint8_t* src;
+  int32_t w, h, srcStep, x, y, rw, rh;
+  uint8_t* dst;
+  int32_t dstStep, dx, dy, dw, dh;
+  const double* c;
+  uint32_t mode;
+  uint8_t* scratch;
+  int32_t direction;
+  int32_t* size;
+  double* coeffs;
+};
+using W = Call&;
+Call Good(const Outputs& o) {
+  return {o.src, 16, 16, 48, 0,      0, 16,        16, o.dst,  o.dstStep,
+          0,     0,  16, 16, kScale, 1, o.scratch, 0,  o.size, o.values};
+}
+PrimitiveStatus Coefficients(const Call& c) {
+  return ownGetBilinearCoeffs({c.x, c.y, c.rw, c.rh}, c.c, c.coeffs);
+}
+PrimitiveStatus Sizing(const Call& c) {
+  return ownWarpBilinearBufferSize({c.w, c.h}, {c.x, c.y, c.rw, c.rh}, {c.dx, c.dy, c.dw, c.dh},
+                                   c.direction, c.c, c.mode, c.size);
+}
+PrimitiveStatus Warping(const Call& c) {
+  return ownWarpBilinear_8u_C3R(c.src, {c.w, c.h}, c.srcStep, {c.x, c.y, c.rw, c.rh}, c.dst,
+                                c.dstStep, {c.dx, c.dy, c.dw, c.dh}, c.c, c.mode, c.scratch);
+}
+
+// Each row breaks its own check and later ones: -8 null pointer, -6 size,
+// -16 step, -23 interpolation, -56 transform, -57 rectangle, -58 quad,
+// -231 direction, 29 rectangle outside, 30 no overlap. The coefficients take
+// the rectangle onto the quad in `c`.
+const bool kRefusals =
+    AddRefusals<Call>("warp_coefficients",
+                      [](const Outputs& o) {
+                        Call c = Good(o);
+                        return c.c = kSquare, c.rw = c.rh = 4, c;
+                      },
+                      Coefficients,
+                      {{"null quad", -8, [](W c) { c.c = nullptr, c.x = -1; }},
+                       {"null output", -8, [](W c) { c.coeffs = nullptr; }},
+                       {"negative x", -6, [](W c) { c.x = -1, c.c = kBowTie; }},
+                       {"no width", -6, [](W c) { c.rw = 0; }},
+                       {"bow-tie", -58, [](W c) { c.rw = 1, c.c = kBowTie; }},
+                       {"repeated corner", -58, [](W c) { c.c = kRepeated; }},
+                       {"flat", -58, [](W c) { c.c = kFlat; }},
+                       {"one column", -57, [](W c) { c.rw = 1; }},
+                       {"one row", -57, [](W c) { c.rh = 1; }}}) &&
+    AddRefusals<Call>("warp_sizing", Good, Sizing,
+                      {{"null size", -8, [](W c) { c.size = nullptr, c.w = 0; }},
+                       {"null coefficients", -8, [](W c) { c.c = nullptr; }},
+                       {"empty image", -6, [](W c) { c.w = 0, c.direction = 9; }},
+                       {"negative rectangle", -6, [](W c) { c.x = -1, c.direction = 9; }},
+                       {"empty destination", -6, [](W c) { c.dw = 0, c.direction = 9; }},
+                       {"direction 2", -231, [](W c) { c.direction = 2, c.mode = 3; }},
+                       {"mode 3", -23, [](W c) { c.mode = 3, c.c = kSingular; }},
+                       {"Catmull-Rom, x·y terms", -23, [](W c) { c.c = kBent, c.mode = 6; }},
+                       {"Catmull-Rom backwards", -23, [](W c) { c.direction = 1, c.mode = 6; }},
+                       {"no inverse", -56, [](W c) { c.x = 16, c.c = kSingular; }},
+                       {"outside", 29, [](W c) { c.x = 16; }},
+                       {"one column left", -57, [](W c) { c.x = 15; }},
+                       {"misses the destination", 30, [](W c) { c.c = kAway; }}}) &&
+    AddRefusals<Call>(
+        "warp", Good, Warping,
+        {{"null coefficients", -8, [](W c) { c.c = nullptr, c.srcStep = 0; }},
+         {"stride 0", -16, [](W c) { c.src = nullptr, c.srcStep = 0; }},
+         {"null source", -8, [](W c) { c.src = nullptr, c.w = 0; }},
+         {"null scratch", -8, [](W c) { c.scratch = nullptr; }},
+         {"empty image", -6, [](W c) { c.h = 0, c.mode = 3; }},
+         {"negative rectangle", -6, [](W c) { c.y = -1; }},
+         {"empty destination", -6, [](W c) { c.dh = 0, c.mode = 3; }},
+         {"mode 3", -23, [](W c) { c.mode = 3, c.c = kSingular; }},
+         {"no inverse", -56, [](W c) { c.x = 16, c.c = kSingular; }},
+         {"outside", 29, [](W c) { c.x = 16; }},
+         {"one column left", -57, [](W c) { c.x = 15; }},
+         {"one-column image", -57, [](W c) { c.w = 1, c.mode = 2; }},
+         {"misses the destination", 30, [](W c) { c.c = kAway; }},
+         {"linear not served yet", -23, [](W c) { c.mode = WarpLinear; }},
+         {"smooth edge not served yet", -23, [](W c) { c.mode |= WarpSmoothEdge; }},
+         {"x·y terms: null scratch", -8, [](W c) { c.c = kBent, c.scratch = nullptr; }},
+         {"x·y terms: stride 0", -16, [](W c) { c.c = kBent, c.dstStep = 0, c.mode = 3; }},
+         {"x·y terms: mode 6", -23, [](W c) { c.c = kBent, c.mode = 6; }},
+         {"x·y terms: misses", 30, [](W c) { c.c = kBentAway; }},
+         {"x·y terms not served yet", -23, [](W c) { c.c = kBent; }}},
+        false);  // the scratch means nothing after a call
 
 }  // namespace
-}  // namespace corvane
+}  // namespace corvane::test

@@ -1,0 +1,232 @@
+// The median of every code path against a sort: the small-mask kernels of
+// all nine pixel forms on memory that holds every neighbour and no more, the
+// filter over every border road, its scratch sizes, and the refusals.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "conformance.h"
+#include "primitives/median/median.h"
+#include "primitives/median/median_kernel.h"
+#include "support/code_path.h"
+#include "support/guarded.h"
+
+namespace corvane::test {
+namespace {
+
+using primitives::ownFilterMedianBorder_8u_C3R;
+using primitives::ownFilterMedianBorderGetBufferSize;
+
+constexpr uint8_t kValue[3] = {10, 200, 77};
+constexpr ImageSize kMasks[] = {{1, 3}, {1, 5}, {3, 1}, {5, 1}, {3, 3}, {5, 5}, {1, 1}};
+
+// Element (x, y, c) of the virtual image around the region: memory on a side
+// whose flag is set, else made: the constant, or the nearest region pixel.
+int32_t Element(const Frame& f, const PixelForm& form, int32_t x, int32_t y, int32_t c) {
+  const uint32_t b = f.arg.border;
+  const bool left = x < 0 && !(b & BorderMemoryLeft), right = x >= f.roi.width && !(b & 0x80);
+  const bool top = y < 0 && !(b & BorderMemoryTop), bottom = y >= f.roi.height && !(b & 0x20);
+  if ((left || right || top || bottom) && (b & 0xF) == BorderConstant) return kValue[c];
+  x = left ? 0 : right ? f.roi.width - 1 : x;
+  y = top ? 0 : bottom ? f.roi.height - 1 : y;
+  const uint8_t* p = f.src + intptr_t{y} * f.srcStep + x * form.Bytes() + c * form.elementBytes;
+  if (form.elementBytes == 1) return *p;
+  uint16_t v;
+  std::memcpy(&v, p, 2);
+  return form.isSigned ? int16_t(v) : v;
+}
+
+// Each element the middle of its mask's values, sorted.
+void SortedMedian(const Frame& f, const PixelForm& form) {
+  const int32_t xr = f.arg.mask.width / 2, yr = f.arg.mask.height / 2;
+  std::vector<int32_t> v;
+  for (int32_t y = 0; y < f.roi.height; ++y) {
+    for (int32_t x = 0; x < f.roi.width; ++x) {
+      for (int32_t c = 0; c < form.channels - form.keepFourth; ++c) {
+        v.clear();
+        for (int32_t dy = -yr; dy <= yr; ++dy) {
+          for (int32_t dx = -xr; dx <= xr; ++dx) v.push_back(Element(f, form, x + dx, y + dy, c));
+        }
+        std::sort(v.begin(), v.end());
+        std::memcpy(f.dst + intptr_t{y} * f.dstStep + x * form.Bytes() + c * form.elementBytes,
+                    &v[v.size() / 2], form.elementBytes);
+      }
+    }
+  }
+}
+
+// The kernels of one form, every neighbour in memory (border 0xF0).
+bool AddKernels(const char* name, int32_t group, PixelForm form, std::vector<ImageSize> sizes) {
+  std::vector<Arg> args;
+  for (int32_t slot = 0; slot < 6; ++slot) {
+    const ImageSize m = kMasks[slot];
+    args.push_back({std::to_string(m.width) + "x" + std::to_string(m.height),
+                    {m.width / 2, m.height / 2},
+                    m,
+                    BorderMemoryAll,
+                    slot});
+  }
+  static const decltype(&m7::ownMedianKernelTable) kTables[] =
+      CORVANE_EACH_PATH(ownMedianKernelTable);
+  auto run = [group](const Frame& f) {
+    const MedianKernels& k = kTables[f.variant]().group[group];
+    const MedianKernel kernel = f.arg.kind < 2 ? k.column : f.arg.kind < 4 ? k.row : k.square;
+    kernel(f.src, f.srcStep, f.dst, f.dstStep, f.roi, f.arg.mask, nullptr);
+  };
+  Row row{name, form, args, run, [form](const Frame& f) { SortedMedian(f, form); }};
+  row.negativeSteps = true, row.sizes = std::move(sizes);
+  return AddRow(row);
+}
+
+// Rows either side of a kilobyte chunk, heights either side of a band, over
+// rows shorter than a vector too.
+const std::vector<ImageSize> kLong = {{341, 2}, {342, 3}, {683, 2}, {12, 31},
+                                      {13, 33}, {2, 37},  {10, 66}};
+const bool kKernels =
+    AddKernels("median_kernel_8u_C3", MedianGroup8uC3, {1, 3}, kLong) &&
+    AddKernels("median_kernel_8u_C4_keep", MedianGroup8uC4Keep, {1, 4, false, true}, kLong) &&
+    AddKernels("median_kernel_8u_C4", MedianGroup8uC4, {1, 4}, {}) &&
+    AddKernels("median_kernel_16u_C3", MedianGroup16uC3, {2, 3}, {}) &&
+    AddKernels("median_kernel_16u_C4_keep", MedianGroup16uC4Keep, {2, 4, false, true}, {}) &&
+    AddKernels("median_kernel_16u_C4", MedianGroup16uC4, {2, 4}, kLong) &&
+    AddKernels("median_kernel_16s_C3", MedianGroup16sC3, {2, 3, true}, kLong) &&
+    AddKernels("median_kernel_16s_C4_keep", MedianGroup16sC4Keep, {2, 4, true, true}, {}) &&
+    AddKernels("median_kernel_16s_C4", MedianGroup16sC4, {2, 4, true}, {});
+
+// The filter over every mask, memory flag and mode. It reads beyond the
+// region on a flagged side only, and no more of its scratch than it asked for.
+std::vector<Arg> FilterArgs() {
+  std::vector<uint32_t> borders{BorderMemoryAll};
+  for (uint32_t flags = 0; flags <= 0xF0; flags += 0x10) {
+    borders.insert(borders.end(), {flags | BorderReplicate, flags | BorderConstant});
+  }
+  std::vector<Arg> args;
+  for (const ImageSize m : kMasks) {
+    for (const uint32_t b : borders) {
+      char label[32];
+      std::snprintf(label, sizeof label, "%dx%d border 0x%02X", m.width, m.height, b);
+      args.push_back({label, {b & 0xC0 ? m.width / 2 : 0, b & 0x30 ? m.height / 2 : 0}, m, b});
+    }
+  }
+  return args;
+}
+
+void Filter(const Frame& f) {
+  int32_t size = 0;
+  ASSERT_EQ(ownFilterMedianBorderGetBufferSize(f.roi, f.arg.mask, PixelType8u, 3, &size), 0);
+  PageBuffer scratch(size);
+  std::mt19937 noise(static_cast<uint32_t>(f.seed));
+  FillPattern(scratch.data(), scratch.size(), Pattern::Random, noise);
+  EXPECT_EQ(ownFilterMedianBorder_8u_C3R(f.src, f.srcStep, f.dst, f.dstStep, f.roi, f.arg.mask,
+                                         f.arg.border, kValue, scratch.data()),
+            StatusOk);
+}
+
+const bool kFilter = [] {
+  Row row{"median_filter_8u_C3", {1, 3}, FilterArgs(), Filter, [](const Frame& f) {
+            SortedMedian(f, {1, 3});
+          }};
+  row.negativeSteps = true;
+  return AddRow(row);
+}();
+
+// Sizes in closed form, by code path (m7 n8 y8 e9 l9 k0).
+class MedianSizing : public CodePathTest<> {};
+
+TEST_P(MedianSizing, Answers) {
+  using Sizes = std::array<int32_t, 6>;
+  constexpr auto same = [](int32_t n) { return Sizes{n, n, n, n, n, n}; };
+  const struct {
+    ImageSize roi, mask;
+    PixelType type;
+    int32_t channels;
+    Sizes size;
+  } cases[] = {
+      {{1920, 1080}, {3, 3}, PixelType8u, 3, same(17312)},  // one strip
+      {{3, 3}, {3, 3}, PixelType8u, 3, same(96)},           // the whole image
+      {{10, 4}, {1, 1}, PixelType8u, 3, same(0)},
+      {{100, 50}, {3, 5}, PixelType16u, 4, same(5016)},
+      {{10, 10}, {5, 5}, PixelType16s, 3, same(512)},
+      {{20, 20}, {7, 7}, PixelType16s, 3, same(1800)},
+      {{100, 50}, {3, 3}, PixelType8u, 1, same(1568)},
+      {{100, 50}, {7, 7}, PixelType32f, 1, {13952, 13952, 14560, 14560, 14560, 14560}},
+      {{100, 50}, {9, 9}, PixelType32f, 1, {18272, 18272, 39968, 39968, 40064, 40064}},
+      {{100, 50}, {7, 7}, PixelType16u, 1, {7360, 7552, 7552, 7552, 7552, 7552}},
+      {{100, 50}, {7, 7}, PixelType16s, 1, {7360, 7552, 7552, 7552, 45232, 45232}},  // volume
+      {{200000, 200000}, {1001, 1001}, PixelType32f, 1, same(0)},                    // past 31 bits
+  };
+  for (const auto& c : cases) {
+    int32_t size = -1;
+    const PrimitiveStatus want = c.roi.width > 100000 ? StatusSizeOverflow : StatusOk;
+    EXPECT_EQ(ownFilterMedianBorderGetBufferSize(c.roi, c.mask, c.type, c.channels, &size), want);
+    EXPECT_EQ(size, c.size[Variant()])
+        << c.roi.width << "x" << c.roi.height << " mask " << c.mask.width << "x" << c.mask.height
+        << " type " << c.type;
+  }
+}
+
+CORVANE_INSTANTIATE_CODE_PATHS(MedianSizing);
+
+// Arguments of a call, the sizes flat: a region w x h, a mask a x b.
+struct FilterCall {
+  const uint8_t* src;
+  uint8_t* dst;
+  int32_t srcStep, dstStep, w, h, a, b;
+  uint32_t border;
+  const uint8_t* value;
+  uint8_t* buffer;
+};
+using F = FilterCall&;
+FilterCall GoodFilter(const Outputs& o) {
+  return {o.src, o.dst, o.srcStep, o.dstStep, 4, 4, 3, 3, BorderReplicate, kValue, o.scratch};
+}
+PrimitiveStatus Filtering(const FilterCall& c) {
+  return ownFilterMedianBorder_8u_C3R(c.src, c.srcStep, c.dst, c.dstStep, {c.w, c.h}, {c.a, c.b},
+                                      c.border, c.value, c.buffer);
+}
+
+struct SizeCall {
+  int32_t w, h, a, b;
+  PixelType type;
+  int32_t channels;
+  int32_t* size;
+};
+using S = SizeCall&;
+SizeCall GoodSizing(const Outputs& o) { return {5, 5, 3, 3, PixelType8u, 3, o.size}; }
+PrimitiveStatus Sizing(const SizeCall& c) {
+  return ownFilterMedianBorderGetBufferSize({c.w, c.h}, {c.a, c.b}, c.type, c.channels, c.size);
+}
+
+// Each row breaks its own check and later ones: -8 null pointer, -6 size,
+// -33 mask size, -225 border, -59 pixel type, -53 channels.
+const bool kRefusals =
+    AddRefusals<FilterCall>(
+        "median_filter", GoodFilter, Filtering,
+        {{"null src", -8, [](F c) { c.src = nullptr, c.w = 0, c.a = 2, c.border = 0x106; }},
+         {"null dst", -8, [](F c) { c.dst = nullptr; }},
+         {"null buffer, even for 1x1", -8, [](F c) { c.buffer = nullptr, c.a = c.b = 1; }},
+         {"empty region", -6, [](F c) { c.w = 0, c.a = 2, c.border = 0x106; }},
+         {"even mask", -33, [](F c) { c.b = 2, c.border = 0x106, c.value = nullptr; }},
+         {"negative mask", -33, [](F c) { c.b = -1; }},
+         {"border above 0xFF", -225, [](F c) { c.border = 0x106, c.value = nullptr; }},
+         {"border above 0xFF, 1x1", -225, [](F c) { c.border = 0x101, c.a = c.b = 1; }},
+         {"flags without a mode", -225, [](F c) { c.border = 0x10; }},
+         {"unknown mode", -225, [](F c) { c.border = 0x32; }},
+         {"0xF6 without a value", -8, [](F c) { c.border = 0xF6, c.value = nullptr; }},
+         {"0xF1 without a value", 0, [](F c) { c.border = 0xF1, c.value = nullptr; }},
+         {"0xF0 without a value", 0, [](F c) { c.border = 0xF0, c.value = nullptr; }},
+         {"no kernel yet: 3x5", -33, [](F c) { c.w = c.h = 16, c.b = 5; }},
+         {"no kernel yet: 21x21", -33, [](F c) { c.a = c.b = 21, c.border = 0x31; }}}) &&
+    AddRefusals<SizeCall>(
+        "median_sizing", GoodSizing, Sizing,
+        {{"null size", -8, [](S c) { c.size = nullptr, c.w = 0, c.a = 2, c.type = 99; }},
+         {"empty region", -6, [](S c) { c.w = 0, c.a = 2, c.channels = 2; }},
+         {"even mask", -33, [](S c) { c.b = 2, c.type = 99, c.channels = 2; }},
+         {"one channel, unknown type", -59, [](S c) { c.type = 2, c.channels = 1; }},
+         {"two channels", -53, [](S c) { c.type = 99, c.channels = 2; }},
+         {"three channels of float", -59, [](S c) { c.type = PixelType32f; }}});
+
+}  // namespace
+}  // namespace corvane::test

@@ -27,24 +27,3 @@ CORVANE_DECLARE_VARIANTS(void, ownCopyRows,
 CORVANE_DECLARE_BLOCK_COPIES_(l9)
 CORVANE_DECLARE_BLOCK_COPIES_(k0)
 #undef CORVANE_DECLARE_BLOCK_COPIES_
-
-namespace corvane::primitives {
-
-// Which way a copy went, for tests that aim at one road.
-enum CopyRoad : int32_t {
-  CopyRoadShort = 1,            // ownCopyShort
-  CopyRoadBlockStream,          // ownCopyBlock, non-temporal stores
-  CopyRoadBlockForward,         // ownCopyBlock, string moves
-  CopyRoadBlockBackward,        // ownCopyBlock, top down
-  CopyRoadRowsNarrow,           // rows below 512 bytes (l9, k0)
-  CopyRoadRowsForward,          // cached, first row first
-  CopyRoadRowsBackward,         // cached, last row first, each row from its end
-  CopyRoadRowsUnaligned,        // cached, each row with unaligned ends
-  CopyRoadRowsStream,           // non-temporal stores
-  CopyRoadRowsStreamUnaligned,  // non-temporal stores after an unaligned head
-};
-
-// Called with each road taken when set; null in normal use.
-extern void (*copyRoadProbe)(int32_t road) __attribute__((visibility("hidden")));
-
-}  // namespace corvane::primitives

@@ -12,10 +12,6 @@
 namespace corvane::CORVANE_VARIANT {
 namespace {
 
-void Report(int32_t road) {
-  if (auto* probe = primitives::copyRoadProbe) probe(road);
-}
-
 void Move32(const uint8_t* s, uint8_t* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
                       _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)));
@@ -161,13 +157,11 @@ void* ownCopyBlock(const void* source, void* destination, int32_t n) {
   auto* s = static_cast<const uint8_t*>(source);
   auto* d = static_cast<uint8_t*>(destination);
   if (n < 32768) {
-    Report(primitives::CopyRoadShort);
     ownCopyShort(s, d, n);
     return destination;
   }
   int32_t cache = 0;
   if (n > 0x400000 && primitives::ownGetCacheSize(&cache) == StatusOk && n >= cache / 2) {
-    Report(primitives::CopyRoadBlockStream);
     if (const int32_t mis = static_cast<int32_t>(reinterpret_cast<uintptr_t>(d) & 63)) {
       ownCopyShort(s, d, 64 - mis);
       s += 64 - mis;
@@ -190,11 +184,9 @@ void* ownCopyBlock(const void* source, void* destination, int32_t n) {
   const uint32_t apart = static_cast<uint32_t>((reinterpret_cast<uintptr_t>(d) & 0xFFF) -
                                                (reinterpret_cast<uintptr_t>(s) & 0xFFF));
   if (apart >= 160) {
-    Report(primitives::CopyRoadBlockForward);
     CopyStringMoves(s, d, n);
     return destination;
   }
-  Report(primitives::CopyRoadBlockBackward);
   if (const int32_t end = static_cast<int32_t>((reinterpret_cast<uintptr_t>(d) + n) & 63)) {
     ownCopyShort(s + n - end, d + n - end, end);
     n -= end;

@@ -12,10 +12,6 @@
 namespace corvane::CORVANE_VARIANT {
 namespace {
 
-void Report(int32_t road) {
-  if (auto* probe = primitives::copyRoadProbe) probe(road);
-}
-
 __m256i Load32(const uint8_t* s) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)); }
 void Store32(uint8_t* d, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), v); }
 void StoreAligned32(uint8_t* d, __m256i v) { _mm256_store_si256(reinterpret_cast<__m256i*>(d), v); }
@@ -93,7 +89,6 @@ void StreamRows(const uint8_t* src, int64_t srcStep, uint8_t* dst, int64_t dstSt
                 int32_t rowBytes, int32_t rows) {
   const bool aligned =
       (reinterpret_cast<uintptr_t>(dst) & 63) == 0 && (dstStep & 63) == 0 && (rowBytes & 31) == 0;
-  Report(aligned ? primitives::CopyRoadRowsStream : primitives::CopyRoadRowsStreamUnaligned);
   for (int64_t y = 0; y < rows; ++y) {
     const uint8_t* s = src + y * srcStep;
     uint8_t* d = dst + y * dstStep;
@@ -122,7 +117,6 @@ void CopyAlignedRows(const uint8_t* src, int64_t srcStep, uint8_t* dst, int64_t 
   if (srcStep == dstStep && apart >= 0 && apart < 160) {
     // Last row first, each row from its end: a destination just above the
     // source in the page would make forward loads wait on earlier stores.
-    Report(primitives::CopyRoadRowsBackward);
     for (int64_t y = rows - 1; y >= 0; --y) {
       const uint8_t* s = src + y * srcStep;
       uint8_t* d = dst + y * dstStep;
@@ -136,7 +130,6 @@ void CopyAlignedRows(const uint8_t* src, int64_t srcStep, uint8_t* dst, int64_t 
     }
     return;
   }
-  Report(primitives::CopyRoadRowsForward);
   for (int64_t y = 0; y < rows; ++y) {
     const uint8_t* s = src + y * srcStep;
     uint8_t* d = dst + y * dstStep;
@@ -154,7 +147,6 @@ void CopyAlignedRows(const uint8_t* src, int64_t srcStep, uint8_t* dst, int64_t 
 // 64-byte steps, an unaligned 64 bytes that end at the row's end.
 void CopyUnalignedRows(const uint8_t* src, int64_t srcStep, uint8_t* dst, int64_t dstStep,
                        int32_t rowBytes, int32_t rows) {
-  Report(primitives::CopyRoadRowsUnaligned);
   for (int64_t y = 0; y < rows; ++y) {
     const uint8_t* s = src + y * srcStep;
     uint8_t* d = dst + y * dstStep;
@@ -184,7 +176,6 @@ void ownCopyRows(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstS
     return;
   }
   if (rowBytes < 512) {
-    Report(primitives::CopyRoadRowsNarrow);
     for (int64_t y = 0; y < rows; ++y) {
       CopyNarrowRow(src + y * srcStep, dst + y * dstStep, rowBytes);
     }

@@ -12,12 +12,6 @@
 namespace corvane::CORVANE_VARIANT {
 namespace {
 
-using primitives::copyRoadProbe;
-
-void Report(int32_t road) {
-  if (auto* probe = copyRoadProbe) probe(road);
-}
-
 // Fewer than 16 bytes, one move per set bit of the length.
 void CopyTail(const uint8_t* s, uint8_t* d, int64_t n) {
   if (n & 8) {
@@ -129,11 +123,9 @@ void ownCopyRows(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstS
   const int64_t run = single ? total : rowBytes;
   const int64_t count = single ? 1 : rows;
   if (!UseStreaming(run, total)) {
-    Report(primitives::CopyRoadRowsForward);
     for (int64_t y = 0; y < count; ++y) CopyRun(src + y * srcStep, dst + y * dstStep, run);
     return;
   }
-  Report(primitives::CopyRoadRowsStream);
   for (int64_t y = 0; y < count; ++y) {
     StreamRun(src + y * srcStep, dst + y * dstStep, run);
 #if CORVANE_VARIANT_INDEX == 0

@@ -84,10 +84,10 @@ struct Outputs {
   int32_t srcStep;
   uint8_t* dst;  // a 16x16 region of 3-byte pixels in a sentinel ring
   int32_t dstStep;
-  uint8_t* scratch;  // 64 KiB
-  int32_t* size;
-  double* values;  // 8
-  int32_t variant;
+  uint8_t* scratch = nullptr;  // 64 KiB
+  int32_t* size = nullptr;
+  double* values = nullptr;  // 8
+  int32_t variant = 0;
 };
 
 // A refusal: a good call (`Call` holds an entry's arguments) with something

@@ -122,8 +122,9 @@ CORVANE_DISPATCHED(double, ownProbe, (const uint8_t* p, corvane::ImageSize roi, 
     return index * 1e6 + (p ? *p : 0) * 1e4 + roi.width * 100 + roi.height + scale; \
   }
 CORVANE_PROBE_(m7, 0)
-CORVANE_PROBE_(n8, 1) CORVANE_PROBE_(y8, 2) CORVANE_PROBE_(e9, 3) CORVANE_PROBE_(l9, 4)
-    CORVANE_PROBE_(k0, 5) CORVANE_DISPATCH_ROW(ownProbe)
+CORVANE_PROBE_(n8, 1)
+CORVANE_PROBE_(y8, 2) CORVANE_PROBE_(e9, 3) CORVANE_PROBE_(l9, 4) CORVANE_PROBE_(k0, 5)
+    CORVANE_DISPATCH_ROW(ownProbe)
 
         namespace corvane::primitives {
   namespace {

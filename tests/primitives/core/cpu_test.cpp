@@ -121,103 +121,104 @@ CORVANE_DISPATCHED(double, ownProbe, (const uint8_t* p, corvane::ImageSize roi, 
   double corvane::v::ownProbe(const uint8_t* p, ImageSize roi, double scale) {      \
     return index * 1e6 + (p ? *p : 0) * 1e4 + roi.width * 100 + roi.height + scale; \
   }
-CORVANE_PROBE_(m7, 0)
-CORVANE_PROBE_(n8, 1)
-CORVANE_PROBE_(y8, 2) CORVANE_PROBE_(e9, 3) CORVANE_PROBE_(l9, 4) CORVANE_PROBE_(k0, 5)
-    CORVANE_DISPATCH_ROW(ownProbe)
+// clang-format off
+CORVANE_PROBE_(m7, 0) CORVANE_PROBE_(n8, 1) CORVANE_PROBE_(y8, 2)
+CORVANE_PROBE_(e9, 3) CORVANE_PROBE_(l9, 4) CORVANE_PROBE_(k0, 5)
+CORVANE_DISPATCH_ROW(ownProbe);
+// clang-format on
 
-        namespace corvane::primitives {
-  namespace {
+namespace corvane::primitives {
+namespace {
 
-  // The first call through any row resolves the index for all rows and behaves
-  // as every later call; then each slot is the build of its code path.
-  TEST(Dispatch, FirstCallResolvesAndEverySlotIsReached) {
-    ResetCpuDispatchForTesting();
-    const uint8_t seven = 7;
-    const double first = ownProbe(&seven, {12, 34}, 0.5);
-    EXPECT_EQ(first, ownDetectedCpuVariant() * 1e6 + 7e4 + 1234.5);
-    EXPECT_EQ(ownProbe(&seven, {12, 34}, 0.5), first);
-    ResetCpuDispatchForTesting();
-    ownFreeAligned(nullptr);  // dispatch row 0
-    EXPECT_EQ(cpuVariantIndex.load(), ownDetectedCpuVariant());
-    for (int32_t v = 0; v < kCpuVariantCount; ++v) {
-      ForceCpuVariantForTesting(v);  // the probes are plain code, runnable anywhere
-      EXPECT_EQ(ownProbe(nullptr, {0, 0}, 0.0), v * 1e6);
-    }
-    RestoreCpuVariantForTesting();
+// The first call through any row resolves the index for all rows and behaves
+// as every later call; then each slot is the build of its code path.
+TEST(Dispatch, FirstCallResolvesAndEverySlotIsReached) {
+  ResetCpuDispatchForTesting();
+  const uint8_t seven = 7;
+  const double first = ownProbe(&seven, {12, 34}, 0.5);
+  EXPECT_EQ(first, ownDetectedCpuVariant() * 1e6 + 7e4 + 1234.5);
+  EXPECT_EQ(ownProbe(&seven, {12, 34}, 0.5), first);
+  ResetCpuDispatchForTesting();
+  ownFreeAligned(nullptr);  // dispatch row 0
+  EXPECT_EQ(cpuVariantIndex.load(), ownDetectedCpuVariant());
+  for (int32_t v = 0; v < kCpuVariantCount; ++v) {
+    ForceCpuVariantForTesting(v);  // the probes are plain code, runnable anywhere
+    EXPECT_EQ(ownProbe(nullptr, {0, 0}, 0.0), v * 1e6);
   }
+  RestoreCpuVariantForTesting();
+}
 
-  // A leaf 4 entry: type 1 data, 2 instruction, 3 unified.
-  CpuidRegs Leaf4(uint32_t type, uint32_t ways, uint32_t partitions, uint32_t sets) {
-    return {type | 32, (ways - 1) << 22 | (partitions - 1) << 12 | 63, sets - 1, 0};
-  }
+// A leaf 4 entry: type 1 data, 2 instruction, 3 unified.
+CpuidRegs Leaf4(uint32_t type, uint32_t ways, uint32_t partitions, uint32_t sets) {
+  return {type | 32, (ways - 1) << 22 | (partitions - 1) << 12 | 63, sets - 1, 0};
+}
 
-  // Each answer, known or not, is settled by the first call: later calls ask
-  // the processor nothing. A null output is refused before anything.
-  TEST(CacheQuery, MadeUpProcessors) {
-    const struct {
-      const uint32_t (&vendor)[3];
-      uint32_t highest;
-      std::vector<CpuidRegs> leaf4;  // sub-leaves 0, 1, ...
-      CpuidRegs leaf2;
-      int32_t size;
-      PrimitiveStatus status;
-    } cases[] = {
-        // The largest data or unified cache, up to the first type 0.
-        {FakeCpu::kTunedVendor,
-         0x16,
-         {Leaf4(1, 12, 1, 64),
-          Leaf4(2, 8, 1, 131072),
-          Leaf4(3, 16, 1, 1024),
-          Leaf4(3, 12, 2, 16384),
-          {},
-          Leaf4(3, 16, 1, 65536)},
-         {},
-         24 << 20,
-         0},
-        {FakeCpu::kTunedVendor, 4, {}, {1, 0x2C}, 0, 37},                // leaf 4 lists none
-        {FakeCpu::kTunedVendor, 2, {}, {0x43490001, 0x2C}, 4 << 20, 0},  // largest named wins
-        {FakeCpu::kTunedVendor, 3, {}, {1, 0x7D, 0x23, 0xEA00}, 12 << 20, 0},
-        {FakeCpu::kTunedVendor, 2, {}, {1, 0x8000004D, 0x22}, 512 << 10, 0},  // bit 31 hides
-        {FakeCpu::kTunedVendor, 3, {}, {0x4101}, 128 << 10, 0},
-        {FakeCpu::kTunedVendor, 2, {}, {0x4D02}, 0, 37},         // AL other than 1
-        {FakeCpu::kTunedVendor, 3, {}, {1, 0x0A0B0C0D}, 0, 37},  // no known descriptor
-        {FakeCpu::kOtherVendor, 0x10, {Leaf4(3, 16, 1, 1024)}, {}, -1, 36},
-        {FakeCpu::kTunedVendor, 1, {}, {1, 0x4D}, -1, 36},  // highest leaf 1
-    };
-    for (const auto& c : cases) {
-      ResetCacheQueryForTesting();
-      FakeCpu cpu;
-      cpu.SetVendor(c.highest, c.vendor);
-      for (uint32_t i = 0; i < c.leaf4.size(); ++i) cpu.Set(4, i, c.leaf4[i]);
-      cpu.Set(2, 0, c.leaf2);
-      EXPECT_EQ(ownGetCacheSize(nullptr), StatusNullPointer);
-      EXPECT_EQ(cpu.cpuidCalls, 0);
-      for (int call = 0, calls = 0; call < 2; ++call) {
-        int32_t size = -5;
-        EXPECT_EQ(ownGetCacheSize(&size), c.status) << c.size << ", call " << call;
-        EXPECT_EQ(size, c.size) << "call " << call;
-        EXPECT_TRUE(call == 0 || cpu.cpuidCalls == calls) << c.size << ": asked again";
-        calls = cpu.cpuidCalls;
-        cpu.Set(4, 0, Leaf4(3, 16, 1, 65536)), cpu.Set(2, 0, {1, 0xEC});
-      }
-    }
+// Each answer, known or not, is settled by the first call: later calls ask
+// the processor nothing. A null output is refused before anything.
+TEST(CacheQuery, MadeUpProcessors) {
+  const struct {
+    const uint32_t (&vendor)[3];
+    uint32_t highest;
+    std::vector<CpuidRegs> leaf4;  // sub-leaves 0, 1, ...
+    CpuidRegs leaf2;
+    int32_t size;
+    PrimitiveStatus status;
+  } cases[] = {
+      // The largest data or unified cache, up to the first type 0.
+      {FakeCpu::kTunedVendor,
+       0x16,
+       {Leaf4(1, 12, 1, 64),
+        Leaf4(2, 8, 1, 131072),
+        Leaf4(3, 16, 1, 1024),
+        Leaf4(3, 12, 2, 16384),
+        {},
+        Leaf4(3, 16, 1, 65536)},
+       {},
+       24 << 20,
+       0},
+      {FakeCpu::kTunedVendor, 4, {}, {1, 0x2C}, 0, 37},                // leaf 4 lists none
+      {FakeCpu::kTunedVendor, 2, {}, {0x43490001, 0x2C}, 4 << 20, 0},  // largest named wins
+      {FakeCpu::kTunedVendor, 3, {}, {1, 0x7D, 0x23, 0xEA00}, 12 << 20, 0},
+      {FakeCpu::kTunedVendor, 2, {}, {1, 0x8000004D, 0x22}, 512 << 10, 0},  // bit 31 hides
+      {FakeCpu::kTunedVendor, 3, {}, {0x4101}, 128 << 10, 0},
+      {FakeCpu::kTunedVendor, 2, {}, {0x4D02}, 0, 37},         // AL other than 1
+      {FakeCpu::kTunedVendor, 3, {}, {1, 0x0A0B0C0D}, 0, 37},  // no known descriptor
+      {FakeCpu::kOtherVendor, 0x10, {Leaf4(3, 16, 1, 1024)}, {}, -1, 36},
+      {FakeCpu::kTunedVendor, 1, {}, {1, 0x4D}, -1, 36},  // highest leaf 1
+  };
+  for (const auto& c : cases) {
     ResetCacheQueryForTesting();
-  }
-
-  // The n8/y8 copies' packed table names the same caches from 512 KiB up, and
-  // tests the vendor first.
-  TEST(CacheQuery, PackedTableAgreesWithTheFullTable) {
     FakeCpu cpu;
-    for (uint32_t d = 0; d < 257; ++d) {
-      ResetCacheQueryForTesting();
-      cpu.SetVendor(2, d < 256 ? FakeCpu::kTunedVendor : FakeCpu::kOtherVendor);
-      cpu.Set(2, 0, {1, d < 256 ? d : 0xEC});
-      const int32_t full = d < 256 ? ownDescriptorCacheSize() : 0;
-      EXPECT_EQ(ownPackedDescriptorCacheSize(), full >= 512 << 10 ? full : 0) << std::hex << d;
+    cpu.SetVendor(c.highest, c.vendor);
+    for (uint32_t i = 0; i < c.leaf4.size(); ++i) cpu.Set(4, i, c.leaf4[i]);
+    cpu.Set(2, 0, c.leaf2);
+    EXPECT_EQ(ownGetCacheSize(nullptr), StatusNullPointer);
+    EXPECT_EQ(cpu.cpuidCalls, 0);
+    for (int call = 0, calls = 0; call < 2; ++call) {
+      int32_t size = -5;
+      EXPECT_EQ(ownGetCacheSize(&size), c.status) << c.size << ", call " << call;
+      EXPECT_EQ(size, c.size) << "call " << call;
+      EXPECT_TRUE(call == 0 || cpu.cpuidCalls == calls) << c.size << ": asked again";
+      calls = cpu.cpuidCalls;
+      cpu.Set(4, 0, Leaf4(3, 16, 1, 65536)), cpu.Set(2, 0, {1, 0xEC});
     }
-    ResetCacheQueryForTesting();
   }
+  ResetCacheQueryForTesting();
+}
 
-  }  // namespace
+// The n8/y8 copies' packed table names the same caches from 512 KiB up, and
+// tests the vendor first.
+TEST(CacheQuery, PackedTableAgreesWithTheFullTable) {
+  FakeCpu cpu;
+  for (uint32_t d = 0; d < 257; ++d) {
+    ResetCacheQueryForTesting();
+    cpu.SetVendor(2, d < 256 ? FakeCpu::kTunedVendor : FakeCpu::kOtherVendor);
+    cpu.Set(2, 0, {1, d < 256 ? d : 0xEC});
+    const int32_t full = d < 256 ? ownDescriptorCacheSize() : 0;
+    EXPECT_EQ(ownPackedDescriptorCacheSize(), full >= 512 << 10 ? full : 0) << std::hex << d;
+  }
+  ResetCacheQueryForTesting();
+}
+
+}  // namespace
 }  // namespace corvane::primitives

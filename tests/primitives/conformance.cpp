@@ -107,30 +107,27 @@ void RunCase(const Row& row, const Case& c, int32_t variant, std::mt19937& rng) 
       << "source written, " << what.str();
 }
 
-using RowOnPath = std::tuple<int32_t, int32_t>;  // row or table, code path
-
-// Every row on every code path that has a build of it.
+// Every row (or table) r on every code path v that has a build of it, as
+// r · 6 + v.
 template <class Named>
-std::vector<RowOnPath> OnPaths(const std::vector<Named>& rows, uint32_t (*paths)(const Named&)) {
-  std::vector<RowOnPath> out;
-  for (int32_t r = 0; r < int32_t(rows.size()); ++r) {
-    for (int32_t v = 0; v < 6; ++v) {
-      if (paths(rows[r]) >> v & 1) out.emplace_back(r, v);
-    }
+std::vector<int32_t> OnPaths(const std::vector<Named>& rows, uint32_t (*paths)(const Named&)) {
+  std::vector<int32_t> out;
+  for (int32_t i = 0; i < 6 * int32_t(rows.size()); ++i) {
+    if (paths(rows[i / 6]) >> i % 6 & 1) out.push_back(i);
   }
   return out;
 }
 
-std::string ParamName(std::string name, int32_t variant) {
-  name += std::string("_") + CodePathName(variant);
+std::string ParamName(std::string name, int32_t param) {
+  name += std::string("_") + CodePathName(param % 6);
   for (char& ch : name) ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
   return name;
 }
 
-class Conformance : public CodePathTest<RowOnPath> {};
+class Conformance : public CodePathTest {};
 
 TEST_P(Conformance, MatchesReference) {
-  const Row& row = Rows()[std::get<0>(GetParam())];
+  const Row& row = Rows()[GetParam() / 6];
   const std::vector<int32_t> widths = SweepWidths(row.maxWidth, row.form.Bytes());
   const std::size_t A = row.args.size(), W = widths.size();
   for (std::size_t i = 0; i < 3 * std::max(A, W) && !HasFailure(); ++i) {
@@ -150,19 +147,16 @@ TEST_P(Conformance, MatchesReference) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Conformance,
-                         ::testing::ValuesIn(OnPaths<Row>(Rows(),
-                                                          [](const Row& r) { return r.variants; })),
-                         [](const auto& info) {
-                           return ParamName(Rows()[std::get<0>(info.param)].name,
-                                            std::get<1>(info.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Conformance,
+    ::testing::ValuesIn(OnPaths<Row>(Rows(), [](const Row& r) { return r.variants; })),
+    [](const auto& info) { return ParamName(Rows()[info.param / 6].name, info.param); });
 
-class Refusals : public CodePathTest<RowOnPath> {};
+class Refusals : public CodePathTest {};
 
 // Every refusal on every code path: its status, and nothing written.
 TEST_P(Refusals, FirstFailingCheckWins) {
-  const RefusalTable& t = RefusalTables()[std::get<0>(GetParam())];
+  const RefusalTable& t = RefusalTables()[GetParam() / 6];
   constexpr int32_t kPx = 3, kSide = 16, kStep = (kSide + 8) * kPx;
   std::vector<uint8_t> src(std::size_t(kStep) * (kSide + 8)), scratch(65536);
   FillPattern(src.data(), src.size(), Pattern::Random, Rng());
@@ -186,13 +180,11 @@ TEST_P(Refusals, FirstFailingCheckWins) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Tables, Refusals,
-                         ::testing::ValuesIn(OnPaths<RefusalTable>(
-                             RefusalTables(), [](const RefusalTable&) { return 0x3Fu; })),
-                         [](const auto& info) {
-                           return ParamName(RefusalTables()[std::get<0>(info.param)].entry,
-                                            std::get<1>(info.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Tables, Refusals,
+    ::testing::ValuesIn(OnPaths<RefusalTable>(RefusalTables(),
+                                              [](const RefusalTable&) { return 0x3Fu; })),
+    [](const auto& info) { return ParamName(RefusalTables()[info.param / 6].entry, info.param); });
 
 // --bench[=NAME]: a 1920x1080 region of each row (whose name holds NAME)
 // with its first argument; milliseconds a call of the reference and of every

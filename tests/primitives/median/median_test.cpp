@@ -133,7 +133,7 @@ const bool kFilter = [] {
 }();
 
 // Sizes in closed form, by code path (m7 n8 y8 e9 l9 k0).
-class MedianSizing : public CodePathTest<> {};
+class MedianSizing : public CodePathTest {};
 
 TEST_P(MedianSizing, Answers) {
   using Sizes = std::array<int32_t, 6>;

@@ -35,7 +35,7 @@ int32_t ClassifyIntegerQuad(const int64_t* q) {
   return Orient(p[0], p[1], p[2]) + Orient(p[0], p[2], p[3]) > 0 ? 1 : 0;
 }
 
-class WarpGeometry : public CodePathTest<> {};
+class WarpGeometry : public CodePathTest {};
 
 // Random integer quads, every fourth a parallelogram: a convex one gets the
 // coefficients whose bilinear form takes each corner of the rectangle onto

@@ -24,8 +24,9 @@ ImageLayout RandomLayout(std::mt19937& rng, int32_t rowBytes, int32_t rows, bool
 GuardedImage::GuardedImage(const ImageLayout& layout)
     : layout_(layout), pitch_(layout.rowBytes + layout.stepPad) {
   step_ = layout.bottomUp ? -pitch_ : pitch_;
-  // Two guard rows and 64 bytes on either side, and room to start anywhere in a page.
-  const std::size_t guard = 2 * static_cast<std::size_t>(pitch_) + 64;
+  // Two guard rows (at most 16 KiB) and 64 bytes on either side, and room to
+  // start anywhere in a page.
+  const std::size_t guard = std::min<std::size_t>(2 * static_cast<std::size_t>(pitch_), 16384) + 64;
   storage_.assign(static_cast<std::size_t>(pitch_) * layout.rows + 2 * guard + 8192, kSentinel);
   const uintptr_t base = reinterpret_cast<uintptr_t>(storage_.data()) + guard;
   lowest_ = ((base + 4095) & ~uintptr_t{4095}) + (layout.misalign & 4095) -

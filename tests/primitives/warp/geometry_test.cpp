@@ -84,6 +84,12 @@ TEST_P(WarpGeometry, CoefficientsMapTheCornersAndShapesAreExact) {
   double c[8];
   ASSERT_EQ(ownGetBilinearCoeffs({2, 3, 5, 3}, square, c), StatusOk);
   for (int k = 0; k < 8; ++k) EXPECT_EQ(c[k], want[k]) << "c" << k;
+  // A straight corner at each point in turn, the other three convex.
+  const double straight[4][8] = {{4, 4, 8, 0, 8, 8, 0, 8},
+                                 {0, 0, 4, 4, 8, 8, 0, 8},
+                                 {0, 0, 8, 0, 4, 4, 0, 8},
+                                 {0, 0, 8, 0, 8, 8, 4, 4}};
+  for (const double* q : straight) EXPECT_EQ(classify[Variant()](q), QuadDegenerate) << q[4];
 }
 
 // The picture of a 40x30 image scaled by 2 covers rows 0..58 of a 100x100

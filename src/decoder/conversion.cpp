@@ -64,7 +64,15 @@ int Scale(CodecSession& session, const AVFrame& picture, int firstRow, int rows,
   SliceFrom(picture, firstRow, source);
   uint8_t* planes[4] = {plane, nullptr, nullptr, nullptr};
   const int strides[4] = {stride, 0, 0, 0};
-  return sws_scale(session.swsContext, source, picture.linesize, firstRow, rows, planes, strides);
+  return Calls().scale(session.swsContext, source, picture.linesize, firstRow, rows, planes,
+                       strides);
+}
+
+// A conversion that swscale refused part way leaves its context somewhere
+// down a picture: the next picture starts on a new one.
+bool Refused(CodecSession& session) {
+  DropConversionContext(session);
+  return false;
 }
 
 // The whole picture into scratch rows of padded stride, then `rows` rows out.
@@ -72,7 +80,8 @@ bool ConvertStaged(CodecSession& session, const AVFrame& picture, uint8_t* dst, 
   const int rowBytes = RowBytes(picture);
   const int stride = (rowBytes + kPaddedStrideAlign - 1) / kPaddedStrideAlign * kPaddedStrideAlign;
   if (!EnsureScratchRows(session, static_cast<int64_t>(stride) * picture.height)) return false;
-  Scale(session, picture, 0, picture.height, session.scratchRows, stride);
+  if (Scale(session, picture, 0, picture.height, session.scratchRows, stride) < 0)
+    return Refused(session);
   for (int y = 0; y < rows; ++y)
     std::memcpy(dst + static_cast<ptrdiff_t>(y) * rowBytes,
                 session.scratchRows + static_cast<ptrdiff_t>(y) * stride, rowBytes);
@@ -88,8 +97,9 @@ bool ConvertDirectAllButLastRow(CodecSession& session, const AVFrame& picture, u
   // swscale says how many destination rows it could finish from the first
   // pass's source rows; the second pass writes the rest.
   const int headSourceRows = (height - kTailSourceRows) & ~1;
-  int rowsDone = headSourceRows > 0 ? Scale(session, picture, 0, headSourceRows, dst, rowBytes) : 0;
-  if (rowsDone < 0) rowsDone = 0;
+  const int rowsDone =
+      headSourceRows > 0 ? Scale(session, picture, 0, headSourceRows, dst, rowBytes) : 0;
+  if (rowsDone < 0) return Refused(session);
 
   if (!EnsureScratchRows(session, static_cast<int64_t>(height - rowsDone) * rowBytes)) return false;
   // swscale addresses destination row r at plane + r * stride: the plane is
@@ -97,8 +107,9 @@ bool ConvertDirectAllButLastRow(CodecSession& session, const AVFrame& picture, u
   // its first byte. Nothing is written before it.
   const auto origin = reinterpret_cast<uintptr_t>(session.scratchRows) -
                       static_cast<uintptr_t>(rowsDone) * static_cast<uintptr_t>(rowBytes);
-  Scale(session, picture, headSourceRows, height - headSourceRows,
-        reinterpret_cast<uint8_t*>(origin), rowBytes);
+  if (Scale(session, picture, headSourceRows, height - headSourceRows,
+            reinterpret_cast<uint8_t*>(origin), rowBytes) < 0)
+    return Refused(session);
   const int rowsToCopy = height - 1 - rowsDone;
   if (rowsToCopy > 0)
     std::memcpy(dst + static_cast<ptrdiff_t>(rowsDone) * rowBytes, session.scratchRows,
@@ -113,7 +124,7 @@ bool PrepareConversion(CodecSession& session, const AVFrame& picture) {
       session.swsHeight == picture.height && session.swsFormat == picture.format)
     return true;
   sws_freeContext(session.swsContext);
-  session.swsContext = sws_getContext(
+  session.swsContext = Calls().getSwsContext(
       picture.width, picture.height, static_cast<AVPixelFormat>(picture.format), picture.width,
       picture.height, AV_PIX_FMT_BGR24, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
   session.swsWidth = picture.width;
@@ -131,7 +142,8 @@ bool ConvertAllButLastRow(CodecSession& session, const AVFrame& picture, uint8_t
 
 bool ConvertAllRows(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
   if (!ConvertsInWholeGroups(picture)) return ConvertStaged(session, picture, dst, picture.height);
-  Scale(session, picture, 0, picture.height, dst, RowBytes(picture));
+  if (Scale(session, picture, 0, picture.height, dst, RowBytes(picture)) < 0)
+    return Refused(session);
   return true;
 }
 

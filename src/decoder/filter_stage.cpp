@@ -27,8 +27,7 @@ int32_t PrepareMedianScratch(CodecSession& session, const AVFrame& picture) {
   ReleaseFilterScratch(session);
   const ImageSize region{picture.width, picture.height};
   int32_t size = 0;
-  if (primitives::ownFilterMedianBorderGetBufferSize(region, kMedianMask, PixelType8u, 3, &size) !=
-      StatusOk) {
+  if (Calls().medianBufferSize(region, kMedianMask, PixelType8u, 3, &size) != StatusOk) {
     return ResultNoResource;
   }
   session.filterBuffer = primitives::ownMallocAligned(size > 0 ? size : 1);

@@ -23,7 +23,7 @@ void CloseInitMutex() {
 platform::Mutex* InitMutex() { return g_codecInitMutex; }
 
 void ReleaseDecoderObjects(CodecSession& session) {
-  compat::FreeContext(&session.codecContext);
+  Calls().freeContext(&session.codecContext);
   av_frame_free(&session.frame);
   compat::FreePacket(&session.packet);
   compat::ClearQueue(&session.pending);

@@ -7,6 +7,7 @@
 #include "corvane.h"
 #include "decoder/compat.h"
 #include "decoder/decoder.h"
+#include "decoder/decoder_calls.h"
 #include "platform/mutex.h"
 
 struct SwsContext;
@@ -55,8 +56,8 @@ struct CodecSession {
 // Holds a lock for a scope. A null mutex is a no-op, as the platform's is.
 class ScopedLock {
  public:
-  explicit ScopedLock(platform::Mutex* mutex) : mutex_(mutex) { platform::WaitMutex(mutex_); }
-  ~ScopedLock() { platform::ReleaseMutex(mutex_); }
+  explicit ScopedLock(platform::Mutex* mutex) : mutex_(mutex) { Calls().waitMutex(mutex_); }
+  ~ScopedLock() { Calls().releaseMutex(mutex_); }
   ScopedLock(const ScopedLock&) = delete;
   ScopedLock& operator=(const ScopedLock&) = delete;
 

@@ -47,24 +47,27 @@ void Configure(AVCodecContext* context, uint32_t options) {
 }  // namespace
 
 int32_t SetUpDecoder(CodecSession& session, int32_t codecId) {
+  const DecoderCalls& calls = Calls();
   ScopedLock initLock(InitMutex());
   session.codecId.store(codecId, std::memory_order_relaxed);
 
-  session.codec = avcodec_find_decoder_by_name(SelectDecoderName(codecId));
+  session.codec = calls.findDecoder(SelectDecoderName(codecId));
   if (!session.codec) return ResultDecoderUnavailable;
   // The old decoder goes with everything it produced: its waiting pictures
   // and the packet it was fed through.
   ReleaseDecoderObjects(session);
-  session.codecContext = avcodec_alloc_context3(session.codec);
+  session.codecContext = calls.allocContext(session.codec);
   if (!session.codecContext) return ResultDecoderUnavailable;
   Configure(session.codecContext, session.options);
-  if (avcodec_open2(session.codecContext, session.codec, nullptr) < 0)
+  // A context that fails to open stays with the session until the next
+  // set-up, reset or close releases it.
+  if (calls.openCodec(session.codecContext, session.codec, nullptr) < 0)
     return ResultDecoderUnavailable;
 
   ReleaseConversion(session);
   ReleaseFilterScratch(session);
-  session.frame = av_frame_alloc();
-  session.packet = compat::AllocPacket();
+  session.frame = calls.allocFrame();
+  session.packet = calls.allocPacket();
   if (!session.frame || !session.packet) return ResultNoResource;
   return 0;
 }

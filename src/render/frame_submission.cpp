@@ -13,16 +13,6 @@ namespace {
 
 constexpr uint32_t kClearWhite = 0xFFFFFFFFu;
 
-// A reference of the frame's own to the session's device, so that a tick that
-// gives the device up meanwhile cannot pull it from under this frame.
-IDirect3DDevice9* HoldDevice(RenderSession* session) {
-  platform::WaitMutex(session->deviceMutex);
-  IDirect3DDevice9* device = session->device.load();
-  if (device != nullptr) device->AddRef();
-  platform::ReleaseMutex(session->deviceMutex);
-  return device;
-}
-
 D3DPRESENT_PARAMETERS PresentParameters(WindowId window, int32_t width, int32_t height) {
   D3DPRESENT_PARAMETERS params;
   params.BackBufferWidth = static_cast<uint32_t>(width);
@@ -109,13 +99,16 @@ int32_t SubmitFrame(RenderSession* session, WindowId window, const uint8_t* pixe
       return 0;
     }
   }
+  // No lock around the paths: "RenderDeviceMutex" is shared by every session
+  // of every process, and one of them presenting slowly must not hold this
+  // frame up. A tick that gives the device up meanwhile leaves it alive until
+  // the next rebuild, so this frame draws with it to the end.
   HResult result = kFailed;
-  if (IDirect3DDevice9* device = HoldDevice(session)) {
+  if (IDirect3DDevice9* device = session->device.load()) {
     const int32_t mode = session->mode.load();
     result = (mode == RenderModeQueued || mode == RenderModeArmed)
                  ? QueuedPath(session, device, pixels, width, height)
                  : DirectPath(session, device, pixels, width, height);
-    device->Release();
   }
   if (result != 0) ReleaseDevice(session);
   return 0;
@@ -142,8 +135,10 @@ HResult RebuildDevice(RenderSession* session, WindowId window, int32_t width, in
   session->clientRect = rect;
   session->mode.store(RenderModeRebuild);
   // No mutex held here: the stop waits for a running tick. From here on no
-  // tick runs and both lists are empty, so surfaces come anew at the new size.
+  // tick runs and both lists are empty, so surfaces come anew at the new size,
+  // and a device given up earlier can go.
   StopPresentation(session);
+  ReleaseRetiredDevice(session);
 
   sws_freeContext(session->scaler);
   session->scaler = sws_getContext(width, height, AV_PIX_FMT_BGR24, width, height, AV_PIX_FMT_BGRA,
@@ -181,12 +176,17 @@ HResult RebuildDevice(RenderSession* session, WindowId window, int32_t width, in
 }
 
 void ReleaseDevice(RenderSession* session) {
-  // deviceMutex keeps this apart from a tick that is using the device; a
-  // tick that fails calls this with the mutex held already (it is recursive).
-  platform::WaitMutex(session->deviceMutex);
   session->rebuildPending.store(true);
-  if (IDirect3DDevice9* device = session->device.exchange(nullptr)) device->Release();
-  platform::ReleaseMutex(session->deviceMutex);
+  // The caller's thread may be drawing with the device while a tick gives it
+  // up, and a tick may be presenting with it while the caller's thread does:
+  // neither releases it. At most one device waits here, since a new one is
+  // made only by a rebuild, which first releases the one waiting.
+  if (IDirect3DDevice9* device = session->device.exchange(nullptr))
+    session->retiredDevice.store(device);
+}
+
+void ReleaseRetiredDevice(RenderSession* session) {
+  if (IDirect3DDevice9* device = session->retiredDevice.exchange(nullptr)) device->Release();
 }
 
 void ConvertFrame(RenderSession* session, const uint8_t* pixels, int32_t width, int32_t height,

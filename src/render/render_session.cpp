@@ -65,6 +65,7 @@ void CloseRenderSession(RenderSession* session) {
   StopPresentation(session);
   // The surfaces went with the drain; the device goes after them.
   if (IDirect3DDevice9* device = session->device.exchange(nullptr)) device->Release();
+  ReleaseRetiredDevice(session);
   sws_freeContext(session->scaler);
   session->scaler = nullptr;
   FreeSession(session);

@@ -63,8 +63,13 @@ struct RenderSession {
   platform::Mutex* tickMutex = nullptr;     // "RenderMutex"
   platform::Mutex* timerMutex = nullptr;    // "TimerMutex"
   std::atomic<int32_t> mode{RenderModeIdle};
-  std::atomic<IDirect3DDevice9*> device{
-      nullptr};  // one reference owned; set/cleared under deviceMutex
+  // One reference owned. Stored by a rebuild under deviceMutex; given up by
+  // ReleaseDevice into `retiredDevice`.
+  std::atomic<IDirect3DDevice9*> device{nullptr};
+  // A device given up while a frame or a tick may still be drawing with it.
+  // The caller's thread releases it once no tick runs: at the next rebuild,
+  // or at the close.
+  std::atomic<IDirect3DDevice9*> retiredDevice{nullptr};
   int32_t framesPerSecond = 0;
   WindowId window = 0;
   int32_t surfaceLimit = 0;
@@ -94,8 +99,12 @@ void StopPresentation(RenderSession* session);
 
 bool NeedsRebuild(RenderSession* session, WindowId window, int32_t width, int32_t height);
 HResult RebuildDevice(RenderSession* session, WindowId window, int32_t width, int32_t height);
-// Gives up the device and asks the next frame to rebuild.
+// Gives up the device and asks the next frame to rebuild. Takes no lock: the
+// device is kept until ReleaseRetiredDevice.
 void ReleaseDevice(RenderSession* session);
+// Releases a device given up earlier. Only on the caller's thread, with no
+// tick running.
+void ReleaseRetiredDevice(RenderSession* session);
 // BGR24 to BGRX into a surface, all rows but the last.
 void ConvertFrame(RenderSession* session, const uint8_t* pixels, int32_t width, int32_t height,
                   uint8_t* target, int32_t pitch);

@@ -19,8 +19,8 @@ for bin in "$dir"/fuzz/fuzz_*; do
   name=$(basename "$bin")
   corpus="$dir/corpus/$name"
   mkdir -p "$corpus"
-  # Seeds are made by the target's own seeding step (fuzz/CMakeLists.txt) into fuzz/seeds/<name>.
-  seeds="$dir/fuzz/seeds/$name"
+  # Each target's seeds are committed in fuzz/corpus/<name>; finds go to the build's corpus.
+  seeds="fuzz/corpus/$name"
   log="$dir/$name.log"
   if "$bin" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$dir/$name-" \
       "$corpus" $( [[ -d "$seeds" ]] && echo "$seeds") >"$log" 2>&1; then

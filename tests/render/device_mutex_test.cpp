@@ -1,6 +1,8 @@
-// "RenderDeviceMutex" is shared by every render session of every process of
-// the user. Another process that holds it (a slow present, say) delays no
-// frame of ours on the direct or the queued path; only a rebuild waits for it.
+// The device on the frame path. "RenderDeviceMutex" is shared by every render
+// session of every process of the user: another process that holds it (a slow
+// present, say) delays no frame of ours on the direct or the queued path; only
+// a rebuild waits for it. Without that lock, a device that a tick gives up
+// lives on until the frame drawing with it is done.
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -95,6 +97,33 @@ TEST(RenderDeviceMutex, AnotherProcessHoldingItDelaysNoFrameOnlyARebuild) {
     EXPECT_GE(MsSince(start), kLingerMs * 0.6);
     EXPECT_EQ(rig.backend.ValuesOf(Op::Reset).size(), 1u);
   }
+}
+
+// The tick runs inside the frame's own device call, as it may on its thread at
+// that moment, and its present fails.
+TEST(RenderDeviceMutex, ADeviceATickGivesUpLivesOnUntilTheFrameUsingItIsDone) {
+  Rig rig;
+  render::SetFramesPerSecond(rig.session, 25);
+  rig.Frame(1);
+  bool ticked = false;
+  int liveBefore = 0, liveAfter = 0;  // the backend's devices and surfaces around the tick
+  rig.backend.failWhen = [](size_t, Op op) { return op == Op::Present; };
+  rig.backend.beforeCall = [&](Op op) {
+    if (op != Op::CreateOffscreenPlainSurface || ticked) return;
+    ticked = true;
+    liveBefore = rig.backend.live.load();
+    ManualTimer::Tick();
+    liveAfter = rig.backend.live.load();
+  };
+  rig.Frame(2);
+  ASSERT_TRUE(ticked);
+  EXPECT_EQ(rig.session->device.load(), nullptr);
+  EXPECT_EQ(liveAfter, liveBefore);
+  // The next frame's rebuild lets it go and makes a new one.
+  rig.backend.failWhen = nullptr;
+  rig.backend.beforeCall = nullptr;
+  rig.Frame(3);
+  EXPECT_EQ(rig.backend.ValuesOf(Op::CreateDevice).size(), 2u);
 }
 
 }  // namespace

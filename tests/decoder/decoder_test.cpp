@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <thread>
 
 #include "decoder/decoding.h"
 #include "support/h264_writer.h"
@@ -42,32 +41,6 @@ TEST(Delivery, EveryPictureIsFfmpegsAcrossStreamsCodecsModesAndResets) {
     EXPECT_EQ(std::pair(got.badHeaders, got.lastRowsWritten), std::pair(0, 0));
   }
   EXPECT_EQ(H264CodecClose(session), 1);
-}
-
-// Four sessions on four threads give the pictures each gives alone, in three
-// rounds each after a reset, so that set-ups overlap the others' decoding.
-TEST(ParallelSessions, GiveThePicturesEachGivesAlone) {
-  std::vector<Packet> packets[4];
-  Delivered got[4][3];
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    packets[t] = LoadPackets(kStreams[t]);
-    threads.emplace_back([&, t, s = kStreams[t]] {
-      CodecHandle session = H264CodecOpen();
-      for (Delivered& round : got[t])
-        H264CodecReset(session),
-            round = DecodeAll(session, For(s.codecId), packets[t], s.width, s.height);
-      H264CodecClose(session);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (int t = 0; t < 4; ++t)
-    for (const Delivered& round : got[t]) {
-      EXPECT_EQ(
-          Compare(round.pictures, ReferenceDecode(packets[t], kStreams[t].codecId, true, false)),
-          "");
-      EXPECT_EQ(std::pair(round.badHeaders, round.lastRowsWritten), std::pair(0, 0));
-    }
 }
 
 struct CallbackLog {

@@ -22,7 +22,7 @@ for bin in "$dir"/fuzz/fuzz_*; do
   # Each target's seeds are committed in fuzz/corpus/<name>; finds go to the build's corpus.
   seeds="fuzz/corpus/$name"
   log="$dir/$name.log"
-  if "$bin" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$dir/$name-" \
+  if LSAN_OPTIONS=suppressions=$(pwd)/fuzz/lsan.supp "$bin" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$dir/$name-" \
       "$corpus" $( [[ -d "$seeds" ]] && echo "$seeds") >"$log" 2>&1; then
     execs=$(grep -m1 'stat::number_of_executed_units' "$log" | awk '{print $2}')
     echo "$name: ${execs:-?} executions, no crash"

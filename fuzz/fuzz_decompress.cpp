@@ -16,6 +16,7 @@
 #include "corvane.h"
 #include "corvane_ext.h"
 #include "decoder/decoder.h"
+#include "decoder/decoder_calls.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -29,15 +30,17 @@ constexpr uint8_t kSeparator[4] = {0x00, 0x00, 0x01, 0xFF};
 
 // The settings byte: CORVANE_OPTION_* in the low nibble, for the sessions the
 // input uses; its high nibble picks what the input does besides feeding
-// packets. Whatever sets a decoder up again is one value of a nibble, so that
-// most mutated inputs meet running decoders.
+// packets. Whatever sets a decoder up again, or makes set-ups dearer (frame
+// threads), is one value of a nibble, so that most mutated inputs meet running
+// decoders.
 constexpr uint8_t kOptionBits = 0x0F;
 enum Settings : uint8_t {
-  kOneSession = 0x8,         // every chunk on one session, whatever its codec
-  kOneSessionDrained = 0x9,  // the same, drained at the end
-  kDrainAtEnd = 0xA,         // the sessions used drained at the end
-  kResetFirst = 0xB,         // ... reset before the first packet
-  kFreshSession = 0xC,       // every chunk on a session opened and closed for this input
+  kOneSession = 0x8,          // every chunk on one session, whatever its codec
+  kOneSessionDrained = 0x9,   // the same, drained at the end
+  kDrainAtEnd = 0xA,          // the sessions used drained at the end
+  kResetFirst = 0xB,          // ... reset before the first packet
+  kFreshSession = 0xC,        // every chunk on a session opened and closed for this input
+  kFrameThreadsDrained = 0xD  // frame threads kept if the options ask, drained at the end
 };
 
 // A chunk's control byte: the road in bits 0-1 (see Decompress), the output in
@@ -59,6 +62,15 @@ constexpr uint8_t kSettle[] = {
     0x00, 0x00, 0x00, 0x01, 0x67, 0x42, 0xc0, 0x0a, 0xd9, 0x1e, 0xc0, 0x44, 0x00, 0x00, 0x03,
     0x00, 0x04, 0x00, 0x00, 0x03, 0x00, 0xc8, 0x3c, 0x48, 0x99, 0x20, 0x00, 0x00, 0x00, 0x01,
     0x68, 0xcb, 0x80, 0x65, 0x2c, 0x80, 0x00, 0x00, 0x01, 0x65, 0x88, 0x84, 0x3f, 0x27, 0x80};
+
+// Decoders refuse pictures larger than this: a mutated sequence parameter set
+// that asks for thousands of rows would spend each input zeroing frame pools.
+constexpr int64_t kMaxPixels = 1024 * 1024;
+
+int OpenWithPixelLimit(AVCodecContext* context, const AVCodec* codec, AVDictionary** options) {
+  context->max_pixels = kMaxPixels;
+  return corvane::decoder::RealCalls().openCodec(context, codec, options);
+}
 
 // Room for the seeds' pictures. A larger picture takes the callback's road,
 // or is refused with -896.
@@ -213,6 +225,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   // The stream parser prints its two messages to standard output.
   static_cast<void>(std::freopen("/dev/null", "w", stdout));
   corvane::decoder::CreateInitMutex();
+  static corvane::decoder::DecoderCalls calls = corvane::decoder::RealCalls();
+  calls.openCodec = OpenWithPixelLimit;
+  corvane::decoder::SetDecoderCallsForTesting(&calls);
   for (Session& session : g_sessions) Open(&session);
   return 0;
 }
@@ -220,7 +235,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1 || size > (1u << 20)) return 0;
   const uint8_t settings = data[0] >> 4;
-  const uint32_t options = data[0] & kOptionBits;
+  uint32_t options = data[0] & kOptionBits;
+  if (settings != kFrameThreadsDrained) options &= ~CORVANE_OPTION_FRAME_THREADS;
   const std::vector<Chunk> chunks = CutIntoChunks(data + 1, size - 1);
   if (chunks.empty()) return 0;
 
@@ -246,7 +262,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool settle = settings != kResetFirst && settings != kFreshSession;
   BITMAPINFOHEADER header{};
   for (const Chunk& chunk : chunks) Feed(sessionFor(chunk.control), chunk, settle, &header);
-  if (settings == kDrainAtEnd || settings == kOneSessionDrained)
+  if (settings == kDrainAtEnd || settings == kOneSessionDrained || settings == kFrameThreadsDrained)
     for (Session* session : used) Drain(session, &header, kMaxDrainCalls);
   if (fresh.handle) H264CodecClose(fresh.handle);
   return 0;

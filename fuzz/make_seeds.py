@@ -90,7 +90,7 @@ def main():
 
     # Settings: CORVANE_OPTION_* | what else, in the high nibble: 0x80 one
     # session, 0x90 one session drained, 0xA0 drained at the end, 0xB0 reset
-    # first, 0xC0 a fresh session. Control bytes: road (0 H.264, 1 median,
+    # first, 0xC0 a fresh session, 0xD0 frame threads (if asked for) and drained. Control bytes: road (0 H.264, 1 median,
     # 2 H.265, 3 sharpen) | output << 2 (0 buffer, 1 callback, 2 neither,
     # 3 exact) | event, in the high nibble: 0xC0 negative size, 0xD0 drain
     # after, 0xE0 reset inside the callback, 0xF0 reset before.
@@ -99,7 +99,7 @@ def main():
     decompress_seed("baseline", 0x00, baseline, [0x00])
     decompress_seed("baseline_exact_negative", 0x00, baseline, [0x0C, 0x0C, 0xCC, 0x0C])
     decompress_seed("bframes_median_callback", 0x00, bframes, [0x05])
-    decompress_seed("bframes_frame_threads_drain", 0xA8, bframes, [0x00])
+    decompress_seed("bframes_frame_threads_drain", 0xD8, bframes, [0x00])
     decompress_seed("bframes_drain_midway", 0x00, bframes, [0x00, 0x00, 0xD0, 0x00])
     decompress_seed("mbaff_exact", 0x00, h264("-bf", "2", params="interlaced=1"), [0x0C])
     decompress_seed("high444_odd_median", 0x00,

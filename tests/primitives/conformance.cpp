@@ -230,6 +230,23 @@ void Bench(const std::string& only) {
 
 }  // namespace
 
+int32_t Neighbour(const Frame& f, const PixelForm& form, const void* value, int32_t x, int32_t y,
+                  int32_t c) {
+  const uint32_t b = f.arg.border;
+  const bool left = x < 0 && !(b & BorderMemoryLeft), right = x >= f.roi.width && !(b & 0x80);
+  const bool top = y < 0 && !(b & BorderMemoryTop), bottom = y >= f.roi.height && !(b & 0x20);
+  x = left ? 0 : right ? f.roi.width - 1 : x;
+  y = top ? 0 : bottom ? f.roi.height - 1 : y;
+  const bool made = (left || right || top || bottom) && (b & 0xF) == BorderConstant;
+  const uint8_t* p = made ? static_cast<const uint8_t*>(value)
+                          : f.src + intptr_t{y} * f.srcStep + x * form.Bytes();
+  p += c * form.elementBytes;
+  if (form.elementBytes == 1) return *p;
+  uint16_t v;
+  std::memcpy(&v, p, 2);
+  return form.isSigned ? int16_t(v) : v;
+}
+
 bool AddRow(Row row) {
   Rows().push_back(std::move(row));
   return true;

@@ -78,6 +78,13 @@ struct Row {
 // `const bool kAdded = AddRow(row);` in a test unit.
 bool AddRow(Row row);
 
+// Element c of pixel (x, y), counted from the region's first, of the image a
+// filter with borders sees: memory on a side whose flag f.arg.border sets,
+// else made: `value` (an element a channel) in constant mode, or the nearest
+// pixel of the region.
+int32_t Neighbour(const Frame& f, const PixelForm& form, const void* value, int32_t x, int32_t y,
+                  int32_t c);
+
 // What a refusal may write, all checked after the call.
 struct Outputs {
   const uint8_t* src;  // a 16x16 region of 3-byte pixels, 4 real pixels around

@@ -50,6 +50,7 @@ TEST(SharedObject, ExportsTheEighteenFunctionsAndTheExtensionsUnderAVersionedSon
                                         "VideoRenderSetFPS",
                                         "corvane_codec_drain",
                                         "corvane_codec_set_options",
+                                        "corvane_sharpen",
                                         "corvane_version"}));
   EXPECT_EQ(Shell("objdump -p '" CORVANE_SO_PATH "' | awk '$1 == \"SONAME\" { print $2 }'"),
             "libcorvane.so.0\n");

@@ -1,11 +1,13 @@
 // The sharpen of every code path against its formula over every border road
-// and memory flag, the closed forms, its scratch sizes and the refusals.
+// and memory flag, the closed forms, its scratch sizes, the refusals, and
+// corvane_sharpen through the shared object.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 
 #include "conformance.h"
+#include "corvane_image.h"
 #include "primitives/sharpen/sharpen.h"
 #include "support/code_path.h"
 #include "support/guarded.h"
@@ -173,6 +175,40 @@ const bool kRefusals =
          {"16u, which the median takes", -59, [](S c) { c.type = c.dstType = 5, c.channels = 2; }},
          {"types differ", -59, [](S c) { c.dstType = 7, c.channels = 2; }},
          {"two channels", -53, [](S c) { c.channels = 2; }}});
+
+// The export: the primitive on the best path, its scratch allocated by the
+// call, statuses passed through, refusals of the images first.
+TEST(SharpenExport, FilterAndRefusals) {
+  std::mt19937 rng = MakeTestRng();
+  GuardedImage src({37 * 3, 23, 5}), dst({37 * 3, 23, 0, true}), want({37 * 3, 23});
+  for (int32_t y = 0; y < 23; ++y) FillPattern(src.row(y), 37 * 3, Pattern::Random, rng);
+  for (uint32_t border : {CORVANE_BORDER_REPLICATE, CORVANE_BORDER_CONSTANT}) {
+    const Arg arg{"", {}, {}, border};
+    Formula({src.data(), src.step(), {37, 23}, want.data(), want.step(), {37, 23}, arg, 0, 0});
+    corvane_image s{src.data(), src.step(), 37, 23, CORVANE_8U_C3};
+    corvane_image d{dst.data(), dst.step(), 37, 23, CORVANE_8U_C3};
+    EXPECT_EQ(corvane_sharpen(&s, &d, int32_t(border), kValue), 0);
+    EXPECT_TRUE(SameRows(want.data(), want.step(), dst.data(), dst.step(), 37 * 3, 23));
+    EXPECT_TRUE(dst.CheckGuards());
+  }
+  // Edits of both images but the one of dst's height. 4 x 238609271 asks for
+  // 2^31 - 64 bytes, more than a block can hold.
+  const std::tuple<void (*)(corvane_image&), bool, int32_t> broken[] = {
+      {[](corvane_image& i) { i.data = nullptr, i.format = 0; }, false, -8},
+      {[](corvane_image& i) { i.format = CORVANE_8U_C4, i.width = 0; }, true, -59},
+      {[](corvane_image& i) { i.width = 0, i.step = 0; }, true, -6},
+      {[](corvane_image& i) { i.height = 22; }, false, -6},
+      {[](corvane_image& i) { i.step = -110; }, false, -16},
+      {[](corvane_image& i) { i.width = 4, i.height = 238609271; }, true, -9},
+      {[](corvane_image& i) { i.width = 200000000, i.step = 600000000; }, true, -232}};
+  for (const auto& [edit, both, status] : broken) {
+    corvane_image s{src.data(), src.step(), 37, 23, CORVANE_8U_C3}, d = s;
+    edit(d);
+    if (both) edit(s);
+    EXPECT_EQ(corvane_sharpen(&s, &d, 1, kValue), status);
+  }
+  EXPECT_EQ(corvane_sharpen(nullptr, nullptr, 1, kValue), -8);
+}
 
 }  // namespace
 }  // namespace corvane::test

@@ -1,7 +1,7 @@
 /*
  * corvane_ext.h - what a client that reads ordinary files needs beyond the 18
- * functions of corvane.h: options on a decoder session and the pictures still
- * held by the decoder at the end of a stream.
+ * functions of corvane.h: options on a decoder session, the pictures still
+ * held by the decoder at the end of a stream, and the decoder's sharpen stage.
  *
  * Nothing here changes what any function of corvane.h does for a session on
  * which no option was set. Compiles as C (C99 or later) and as C++.
@@ -50,6 +50,14 @@ CORVANE_API int32_t corvane_codec_set_options(CodecHandle session, uint32_t opti
  * in the middle of a drain drops the pictures not yet drained. */
 CORVANE_API int32_t corvane_codec_drain(CodecHandle session, BITMAPINFOHEADER* header, uint8_t* out,
                                         int32_t outSize);
+
+/* H.264 with the sharpen stage: every picture sharpened with the fixed 3 x 3
+ * mask (twice each byte less an eighth of its eight neighbours, borders
+ * replicated) on its way out; otherwise as H264CodecDecompress. A drain after
+ * it delivers sharpened pictures too. */
+CORVANE_API int32_t corvane_codec_decompress_sharpen(CodecHandle session, const uint8_t* data,
+                                                     int32_t size, BITMAPINFOHEADER* header,
+                                                     uint8_t* out, int32_t outSize);
 
 #ifdef __cplusplus
 }

@@ -7,27 +7,60 @@
 #include "decoder/conversion.h"
 #include "primitives/core/aligned_memory.h"
 #include "primitives/median/median.h"
+#include "primitives/sharpen/sharpen.h"
 
 namespace corvane::decoder {
 
 namespace {
 
-constexpr ImageSize kMedianMask{3, 3};
-// Replicate mode makes no pixel from the value; the filter still wants one.
+// Replicate mode makes no pixel from the value; the filters still want one.
 constexpr uint8_t kBorderValue[3] = {0, 0, 0};
 
-// Makes filterImage and filterBuffer for the picture's size, or keeps the
-// pair made for it by an earlier picture. 0 or ResultNoResource, with nothing
-// left allocated on failure.
-int32_t PrepareMedianScratch(CodecSession& session, const AVFrame& picture) {
-  if (session.filterImage && session.filterMode == ModeMedian &&
+// A filter stage: its primitive's scratch size for a picture, and the
+// primitive over a region with the session's scratch.
+struct Stage {
+  int32_t mode;
+  PrimitiveStatus (*bufferSize)(ImageSize region, int32_t* size);
+  PrimitiveStatus (*filter)(const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region,
+                            BorderType border, uint8_t* buffer);
+};
+
+constexpr ImageSize kMedianMask{3, 3};
+constexpr Stage kMedian{ModeMedian,
+                        [](ImageSize region, int32_t* size) {
+                          return Calls().medianBufferSize(region, kMedianMask, PixelType8u, 3,
+                                                          size);
+                        },
+                        [](const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region,
+                           BorderType border, uint8_t* buffer) {
+                          return primitives::ownFilterMedianBorder_8u_C3R(
+                              src, step, dst, step, region, kMedianMask, border, kBorderValue,
+                              buffer);
+                        }};
+constexpr Stage kSharpen{ModeSharpen,
+                         [](ImageSize region, int32_t* size) {
+                           return primitives::ownFilterSharpenBorderGetBufferSize(
+                               region, kSharpenMask3x3, PixelType8u, PixelType8u, 3, size);
+                         },
+                         [](const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region,
+                            BorderType border, uint8_t* buffer) {
+                           return primitives::ownFilterSharpenBorder_8u_C3R(
+                               src, step, dst, step, region, kSharpenMask3x3, border, kBorderValue,
+                               buffer);
+                         }};
+
+// Makes filterImage and filterBuffer for the picture's size and the stage at
+// hand, or keeps the pair made for both by an earlier picture: the two
+// filters want scratch of different sizes. 0 or ResultNoResource, with
+// nothing left allocated on failure.
+int32_t PrepareScratch(CodecSession& session, const Stage& stage, const AVFrame& picture) {
+  if (session.filterImage && session.filterMode == stage.mode &&
       session.filterWidth == picture.width && session.filterHeight == picture.height) {
     return 0;
   }
   ReleaseFilterScratch(session);
-  const ImageSize region{picture.width, picture.height};
   int32_t size = 0;
-  if (Calls().medianBufferSize(region, kMedianMask, PixelType8u, 3, &size) != StatusOk) {
+  if (stage.bufferSize(ImageSize{picture.width, picture.height}, &size) != StatusOk) {
     return ResultNoResource;
   }
   session.filterBuffer = primitives::ownMallocAligned(size > 0 ? size : 1);
@@ -39,18 +72,18 @@ int32_t PrepareMedianScratch(CodecSession& session, const AVFrame& picture) {
   }
   session.filterWidth = picture.width;
   session.filterHeight = picture.height;
-  session.filterMode = ModeMedian;
+  session.filterMode = stage.mode;
   return 0;
 }
 
 // The whole picture at once: converted into filterImage, then filtered into
 // dst. For pictures that can't be converted slice by slice.
-int32_t FilterWholePicture(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
+int32_t FilterWholePicture(CodecSession& session, const Stage& stage, const AVFrame& picture,
+                           uint8_t* dst) {
   if (!ConvertAllRows(session, picture, session.filterImage)) return ResultNoResource;
-  const int32_t step = picture.width * 3;
-  const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
-      session.filterImage, step, dst, step, ImageSize{picture.width, picture.height}, kMedianMask,
-      BorderReplicate, kBorderValue, static_cast<uint8_t*>(session.filterBuffer));
+  const PrimitiveStatus status = stage.filter(
+      session.filterImage, dst, picture.width * 3, ImageSize{picture.width, picture.height},
+      BorderReplicate, static_cast<uint8_t*>(session.filterBuffer));
   return status == StatusOk ? 0 : ResultFilterFailed;
 }
 
@@ -66,7 +99,8 @@ constexpr int kBandRows = 32;
 // on its edges it replicates, so the result is the one of a single pass over
 // the whole picture. Every band but the last has kBandRows rows, the last up to
 // twice that, so none is too short for the filter's strips.
-int32_t FilterInBands(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
+int32_t FilterInBands(CodecSession& session, const Stage& stage, const AVFrame& picture,
+                      uint8_t* dst) {
   const int height = picture.height;
   const int32_t step = picture.width * 3;
   uint8_t* image = session.filterImage;
@@ -88,9 +122,9 @@ int32_t FilterInBands(CodecSession& session, const AVFrame& picture, uint8_t* ds
     if (y0 > 0) border |= BorderMemoryTop;
     if (y1 < height) border |= BorderMemoryBottom;
     const ptrdiff_t offset = static_cast<ptrdiff_t>(y0) * step;
-    const PrimitiveStatus status = primitives::ownFilterMedianBorder_8u_C3R(
-        image + offset, step, dst + offset, step, ImageSize{picture.width, y1 - y0}, kMedianMask,
-        static_cast<BorderType>(border), kBorderValue, static_cast<uint8_t*>(session.filterBuffer));
+    const PrimitiveStatus status =
+        stage.filter(image + offset, dst + offset, step, ImageSize{picture.width, y1 - y0},
+                     static_cast<BorderType>(border), static_cast<uint8_t*>(session.filterBuffer));
     if (status != StatusOk) {
       // The context is left part way down a picture; the next one
       // starts on a fresh context.
@@ -102,29 +136,22 @@ int32_t FilterInBands(CodecSession& session, const AVFrame& picture, uint8_t* ds
   return 0;
 }
 
-// Every row of the picture goes into filterImage (the session's own scratch,
-// so the last row is converted too and the output is the same whatever the
-// caller's buffer held), and the median runs from there into dst. The scratch
-// is sized for the whole picture, which covers every band.
-int32_t RunMedianStage(CodecSession& session, const AVFrame& picture, uint8_t* dst) {
-  const int32_t prepared = PrepareMedianScratch(session, picture);
-  if (prepared != 0) return prepared;
-  if (!ConvertsInSlices(picture)) return FilterWholePicture(session, picture, dst);
-  return FilterInBands(session, picture, dst);
-}
-
 }  // namespace
 
 bool IsFilterMode(int32_t mode) {
   return mode == ModeMedian || mode == ModeMedianToo || mode == ModeSharpen;
 }
 
+// Every row of the picture goes into filterImage (the session's own scratch,
+// so the last row is converted too and the output is the same whatever the
+// caller's buffer held), and the filter runs from there into dst. The scratch
+// is sized for the whole picture, which covers every band.
 int32_t RunFilterStage(CodecSession& session, int32_t mode, const AVFrame& picture, uint8_t* dst) {
-  if (mode == ModeMedian || mode == ModeMedianToo) return RunMedianStage(session, picture, dst);
-  // The sharpen primitive isn't part of the library yet: the stage refuses
-  // rather than hand out an unfiltered picture as a filtered one. Nothing
-  // is allocated for it.
-  return ResultFilterFailed;
+  const Stage& stage = mode == ModeSharpen ? kSharpen : kMedian;
+  const int32_t prepared = PrepareScratch(session, stage, picture);
+  if (prepared != 0) return prepared;
+  if (!ConvertsInSlices(picture)) return FilterWholePicture(session, stage, picture, dst);
+  return FilterInBands(session, stage, picture, dst);
 }
 
 void ReleaseFilterScratch(CodecSession& session) {

@@ -26,4 +26,12 @@ int32_t corvane_codec_drain(CodecHandle session, BITMAPINFOHEADER* header, uint8
   return corvane::decoder::DrainSession(Session(session), header, out, outSize);
 }
 
+int32_t corvane_codec_decompress_sharpen(CodecHandle session, const uint8_t* data, int32_t size,
+                                         BITMAPINFOHEADER* header, uint8_t* out, int32_t outSize) {
+  if (!session || !header) return ResultBadArgument;
+  return corvane::decoder::CodecDecompress(Session(session), data, size, header, out, outSize,
+                                           corvane::decoder::ModeSharpen,
+                                           corvane::decoder::CodecH264);
+}
+
 }  // extern "C"

@@ -6,6 +6,7 @@
 #include <climits>
 
 #include "decoder/decoding.h"
+#include "decoder/session.h"
 #include "support/h264_writer.h"
 
 namespace corvane::test {
@@ -13,34 +14,67 @@ namespace {
 
 // One session meets every stream in turn, with no reset between two runs
 // unless a run asks or the codec changes: the conversion and the filter
-// scratch follow every change of size and layout (176x96 to 176x144: only
-// taller; 160x144 to 176x144: only wider). A median picture is the 3x3
-// median of FFmpeg's, every row.
+// scratch follow every change of size, layout and filter (176x96 to 176x144:
+// only taller; 160x144 to 176x144: only wider; median to sharpen and back).
+// A median picture is the 3x3 median of FFmpeg's, a sharpened one its
+// sharpen, every row.
 TEST(Delivery, EveryPictureIsFfmpegsAcrossStreamsCodecsModesAndResets) {
   // clang-format off
-  const int runs[][3] = {  // stream, median, reset
+  const int runs[][3] = {  // stream, filter (1 median, 2 sharpen), reset
       {0, 0, 0}, {2, 0, 0}, {1, 0, 0}, {3, 0, 0}, {4, 0, 0}, {5, 0, 0}, {6, 0, 0}, {7, 0, 0},
       {8, 0, 0}, {9, 0, 0}, {11, 0, 0}, {0, 0, 0}, {0, 1, 0}, {2, 1, 0}, {9, 1, 0}, {0, 1, 0},
-      {3, 1, 1}, {2, 1, 1}, {8, 1, 0}, {10, 1, 0}, {9, 0, 0}, {1, 0, 0}};
+      {3, 1, 1}, {2, 1, 1}, {8, 1, 0}, {10, 1, 0}, {9, 0, 0}, {1, 0, 0}, {0, 2, 0}, {0, 1, 0},
+      {0, 2, 0}, {9, 2, 0}, {7, 2, 0}, {3, 2, 1}, {2, 2, 0}, {8, 2, 0}};
   // clang-format on
+  const Decompress filters[] = {nullptr, H264CodecDecompressMedian,
+                                corvane_codec_decompress_sharpen};
   std::vector<Packet> packets[std::size(kStreams)];
-  std::vector<Picture> plain[std::size(kStreams)], medians[std::size(kStreams)];
+  std::vector<Picture> expected[std::size(kStreams)][3];
   CodecHandle session = H264CodecOpen();
-  for (const auto& [n, median, reset] : runs) {
+  for (const auto& [n, filter, reset] : runs) {
     const StreamRecipe& s = kStreams[n];
-    SCOPED_TRACE(std::string(s.file) + (median ? ", median" : "") + (reset ? ", reset" : ""));
+    SCOPED_TRACE(std::string(s.file) + ", filter " + std::to_string(filter) +
+                 (reset ? ", reset" : ""));
     if (packets[n].empty()) {
-      plain[n] = ReferenceDecode(packets[n] = LoadPackets(s), s.codecId, true, false);
-      for (const Picture& p : plain[n]) medians[n].push_back(Median3x3(p));
+      expected[n][0] = ReferenceDecode(packets[n] = LoadPackets(s), s.codecId, true, false);
+      for (const Picture& p : expected[n][0]) {
+        expected[n][1].push_back(Median3x3(p)), expected[n][2].push_back(Sharpen3x3(p));
+      }
     }
     EXPECT_EQ(reset ? H264CodecReset(session) : 1, 1);
-    const Delivered got = DecodeAll(session, median ? H264CodecDecompressMedian : For(s.codecId),
-                                    packets[n], s.width, s.height);
+    const Delivered got = DecodeAll(session, filter ? filters[filter] : For(s.codecId), packets[n],
+                                    s.width, s.height);
     EXPECT_EQ(got.results, std::vector<int32_t>(packets[n].size(), 0));
-    EXPECT_EQ(Compare(got.pictures, median ? medians[n] : plain[n], median), "");
+    EXPECT_EQ(Compare(got.pictures, expected[n][filter], filter != 0), "");
     EXPECT_EQ(std::pair(got.badHeaders, got.lastRowsWritten), std::pair(0, 0));
   }
   EXPECT_EQ(H264CodecClose(session), 1);
+}
+
+// The filter scratch pair of the session: made by the first filtered
+// picture, the same pair for the next ones of that stage and size, made anew
+// for the other stage (whose scratch differs) or another size, gone with a
+// reset.
+TEST(Delivery, FilterScratchFollowsStageAndSizeAndGoesWithAReset) {
+  const std::vector<Packet> tall = LoadPackets(kStreams[0]), low = LoadPackets(kStreams[9]);
+  CodecHandle handle = H264CodecOpen();
+  const auto& s = *static_cast<decoder::CodecSession*>(handle);
+  std::vector<uint8_t> out(176 * 144 * 3);
+  auto feed = [&](Decompress decompress, const Packet& p) {
+    BITMAPINFOHEADER h;
+    EXPECT_EQ(decompress(handle, p.data(), int32_t(p.size()), &h, out.data(), int32_t(out.size())),
+              0);
+    return std::tuple(s.filterImage, s.filterBuffer, s.filterMode, s.filterWidth, s.filterHeight);
+  };
+  const auto first = feed(corvane_codec_decompress_sharpen, tall[0]);
+  EXPECT_EQ(std::get<2>(first) * 1000 + std::get<4>(first), decoder::ModeSharpen * 1000 + 144);
+  EXPECT_EQ(feed(corvane_codec_decompress_sharpen, tall[1]), first);
+  EXPECT_EQ(std::get<2>(feed(H264CodecDecompressMedian, tall[2])), decoder::ModeMedian);
+  EXPECT_EQ(std::get<2>(feed(corvane_codec_decompress_sharpen, tall[3])), decoder::ModeSharpen);
+  EXPECT_EQ(H264CodecReset(handle), 1);
+  EXPECT_TRUE(s.filterImage == nullptr && s.filterBuffer == nullptr);
+  EXPECT_EQ(std::get<4>(feed(corvane_codec_decompress_sharpen, low[0])), 96);
+  EXPECT_EQ(H264CodecClose(handle), 1);
 }
 
 struct CallbackLog {

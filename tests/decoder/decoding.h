@@ -4,10 +4,12 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string>
 
 #include "corvane.h"
+#include "corvane_ext.h"
 #include "support/clips.h"
 
 extern "C" {
@@ -86,8 +88,10 @@ inline Delivered DecodeAll(CodecHandle session, Decompress decompress,
     const bool picture = header.biSize == 40;
     d.badHeaders += !(
         header == (picture ? Sized(Filled(0xEE), header.biWidth, header.biHeight) : Filled(0xEE)));
-    d.lastRowsWritten += picture && decompress != H264CodecDecompressMedian &&
-                         !std::equal(out.end() - w * 3, out.end(), pattern.end() - w * 3);
+    const bool filtered =
+        decompress == H264CodecDecompressMedian || decompress == corvane_codec_decompress_sharpen;
+    d.lastRowsWritten +=
+        picture && !filtered && !std::equal(out.end() - w * 3, out.end(), pattern.end() - w * 3);
     if (picture) d.pictures.push_back({header.biWidth, header.biHeight, out});
   }
   return d;
@@ -118,6 +122,23 @@ inline Picture Median3x3(Picture p) {
                   i % 3];
     std::sort(nine, nine + 9);
     p.bgr[i] = nine[4];
+  }
+  return p;
+}
+
+// Per channel, 17 times a byte less the nine around it (itself included),
+// borders replicated; limited at 0, divided by 8 to nearest, at most 255.
+inline Picture Sharpen3x3(Picture p) {
+  const std::vector<uint8_t> in = p.bgr;
+  auto at = [&](int x, int y, int c) {
+    return in[(std::clamp(y, 0, p.height - 1) * p.width + std::clamp(x, 0, p.width - 1)) * 3 + c];
+  };
+  for (int i = 0; i < p.width * p.height * 3; ++i) {
+    const int x = i / 3 % p.width, y = i / 3 / p.width;
+    int v = 17 * in[i];
+    for (int dy = -1; dy <= 1; ++dy)
+      for (int dx = -1; dx <= 1; ++dx) v -= at(x + dx, y + dy, i % 3);
+    p.bgr[i] = uint8_t(std::min(255L, std::lrint(std::max(v, 0) / 8.0)));
   }
   return p;
 }

@@ -48,6 +48,7 @@ TEST(SharedObject, ExportsTheEighteenFunctionsAndTheExtensionsUnderAVersionedSon
                                         "VideoRenderFrame",
                                         "VideoRenderOpen",
                                         "VideoRenderSetFPS",
+                                        "corvane_codec_decompress_sharpen",
                                         "corvane_codec_drain",
                                         "corvane_codec_set_options",
                                         "corvane_sharpen",

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support/clips.h"
+#include "decoder/decoding.h"
 #include "tools/shell.h"
 
 extern "C" {
@@ -59,14 +59,16 @@ TEST(DecodeTool, WritesEveryPictureAsFfmpegDecodesIt) {
       {"h264_raw", &kH264, nullptr, ""},
       {"h264_mp4", &kH264, "tools.mp4", ""},
       {"h264_callback", &kH264, nullptr, "--callback"},
+      {"h264_sharpen", &kH264, nullptr, "--sharpen"},
       {"hevc_raw", &kHevc, nullptr, ""},
       {"hevc_mkv", &kHevc, "tools_hevc.mkv", ""}};
   for (const auto& [label, raw, container, options] : cases) {
     SCOPED_TRACE(label);
     StreamRecipe input = *raw;
     input.file = container ? container : raw->file;
-    const std::vector<Picture> expected =
-        ReferenceDecode(LoadPackets(*raw), raw->codecId, false, false);
+    std::vector<Picture> expected = ReferenceDecode(LoadPackets(*raw), raw->codecId, false, false);
+    if (std::string(options) == "--sharpen")
+      for (Picture& p : expected) p = Sharpen3x3(p);
     const ToolRun run =
         RunTool(label, "'" + MakeClip(input) + "' --format raw --out OUT " + options);
     ASSERT_EQ(run.status, 0) << run.out << run.err;
@@ -119,6 +121,7 @@ TEST(DecodeTool, QuietRunsHelpAndRefusals) {
       {"'" + text + "'", 1, text},
       {"'" + junk + "'", 1, "no picture decoded"},
       {h264 + " --codec vp8", 2, "unknown codec 'vp8'"},
+      {h264 + " --median --sharpen", 2, "--median and --sharpen exclude each other"},
       {"--every 2", 2, "no input file"},
       {h264 + " --every 0", 2, "--every wants a whole number"}};
   for (const auto& [args, status, message] : cases) {

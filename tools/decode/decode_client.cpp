@@ -31,14 +31,15 @@ void RepeatRowAboveLast(uint8_t* bgr, int width, int height) {
 
 }  // namespace
 
-DecodeClient::DecodeClient(Codec codec, bool median, bool callbackOnly, uint32_t options)
-    : decompress_(codec == Codec::H265 ? H265CodecDecompress
-                  : median             ? H264CodecDecompressMedian
-                                       : H264CodecDecompress),
+DecodeClient::DecodeClient(Codec codec, Stage stage, bool callbackOnly, uint32_t options)
+    : decompress_(codec == Codec::H265      ? H265CodecDecompress
+                  : stage == Stage::Median  ? H264CodecDecompressMedian
+                  : stage == Stage::Sharpen ? corvane_codec_decompress_sharpen
+                                            : H264CodecDecompress),
       callbackOnly_(callbackOnly),
       fullPicture_((options & CORVANE_OPTION_FULL_PICTURE) != 0) {
-  if (median && codec != Codec::H264)
-    throw std::runtime_error("the median clean-up is for H.264 streams only");
+  if (stage != Stage::Plain && codec != Codec::H264)
+    throw std::runtime_error("the median and sharpen stages are for H.264 streams only");
   session_ = H264CodecOpen();
   if (!session_) throw std::runtime_error("the library gave no decoder session");
   // A picture that doesn't fit the buffer comes through the callback instead of

@@ -24,12 +24,15 @@ struct DecodedPicture {
 constexpr uint32_t kFileOptions = CORVANE_OPTION_PARAMETERS_ANYWHERE | CORVANE_OPTION_FULL_PICTURE |
                                   CORVANE_OPTION_CONFORMANT | CORVANE_OPTION_FRAME_THREADS;
 
+// The decoder's own filter stage a client asks for (H.264 only).
+enum class Stage { Plain, Median, Sharpen };
+
 class DecodeClient {
  public:
-  // `median`: the median clean-up export (H.264 only). `callbackOnly`: every
-  // picture through the frame callback (an output size of 0). `options`:
+  // `stage`: the export of a filter stage. `callbackOnly`: every picture
+  // through the frame callback (an output size of 0). `options`:
   // CORVANE_OPTION_* flags for the session, 0 for the 18 exports as designed.
-  DecodeClient(Codec codec, bool median, bool callbackOnly, uint32_t options);
+  DecodeClient(Codec codec, Stage stage, bool callbackOnly, uint32_t options);
   ~DecodeClient();
   DecodeClient(const DecodeClient&) = delete;
   DecodeClient& operator=(const DecodeClient&) = delete;

@@ -123,16 +123,21 @@ struct Tally {
   Clock::duration inDecoder{};
 };
 
-const char* ExportName(Codec codec, bool median) {
+Stage StageOf(const Options& options) {
+  return options.median ? Stage::Median : options.sharpen ? Stage::Sharpen : Stage::Plain;
+}
+
+const char* ExportName(Codec codec, Stage stage) {
   if (codec == Codec::H265) return "H265CodecDecompress";
-  return median ? "H264CodecDecompressMedian" : "H264CodecDecompress";
+  if (stage == Stage::Sharpen) return "corvane_codec_decompress_sharpen";
+  return stage == Stage::Median ? "H264CodecDecompressMedian" : "H264CodecDecompress";
 }
 
 void PrintSummary(const Options& options, const PacketSource& source, const DecodeClient& client,
                   const Tally& tally, Clock::duration total) {
   std::printf("input:    %s (%s, %s)\n", options.input.c_str(), CodecName(source.codec()),
               source.kind().c_str());
-  std::printf("export:   %s%s%s\n", ExportName(source.codec(), options.median),
+  std::printf("export:   %s%s%s\n", ExportName(source.codec(), StageOf(options)),
               options.strict ? ", as designed (--strict)" : " with the file options and drain",
               options.callback ? ", every picture through the callback" : "");
   std::printf("packets:  %ld\n", tally.packets);
@@ -182,7 +187,7 @@ void WarnOfDamage(const PacketSource& source, const DecodeClient& client, double
 int Run(const Options& options) {
   const auto start = Clock::now();
   std::unique_ptr<PacketSource> source = OpenPacketSource(options.input, options.codec);
-  DecodeClient client(source->codec(), options.median, options.callback,
+  DecodeClient client(source->codec(), StageOf(options), options.callback,
                       options.strict ? 0u : kFileOptions);
   std::unique_ptr<PictureWriter> writer;
   if (options.outDir) writer = std::make_unique<PictureWriter>(*options.outDir, options.format);

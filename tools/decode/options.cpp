@@ -19,6 +19,7 @@ const char* const kUsage =
     "  --codec C         h264 or h265, whatever the file name or container says;\n"
     "                    with - as INPUT, standard input is a raw stream of C\n"
     "  --median          decode with the 3x3 median clean-up (H.264 only)\n"
+    "  --sharpen         decode with the 3x3 sharpen stage (H.264 only)\n"
     "  --callback        take every picture through the frame callback\n"
     "  --max N           stop after N pictures\n"
     "  --strict          the 18 exports as designed: no option, no drain (pictures\n"
@@ -103,6 +104,8 @@ Options ParseOptions(int argc, char** argv) {
       if (!options.codec) throw UsageError("unknown codec '" + name + "' (h264, h265)");
     } else if (arg == "--median") {
       flag(options.median);
+    } else if (arg == "--sharpen") {
+      flag(options.sharpen);
     } else if (arg == "--callback") {
       flag(options.callback);
     } else if (arg == "--strict") {
@@ -126,8 +129,11 @@ Options ParseOptions(int argc, char** argv) {
   if (options.help || options.version) return options;
   if (options.quiet) options.logLevel = kLogLevels[0].level;
   if (options.input.empty()) throw UsageError("no input file");
-  if (options.median && options.codec == Codec::H265)
-    throw UsageError("--median works on H.264 streams only");
+  if (options.median && options.sharpen)
+    throw UsageError("--median and --sharpen exclude each other");
+  if ((options.median || options.sharpen) && options.codec == Codec::H265)
+    throw UsageError(std::string(options.median ? "--median" : "--sharpen") +
+                     " works on H.264 streams only");
   return options;
 }
 

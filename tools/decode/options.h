@@ -17,6 +17,7 @@ struct Options {
   PictureFormat format = PictureFormat::Png;
   std::optional<Codec> codec;  // --codec: overrides the file's name or container
   bool median = false;         // --median
+  bool sharpen = false;        // --sharpen
   bool callback = false;       // --callback: every picture through the frame callback
   long max = 0;                // --max: stop after this many pictures; 0 = all
   bool strict = false;         // --strict: the 18 exports alone, no option, no drain

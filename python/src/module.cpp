@@ -213,6 +213,21 @@ PYBIND11_MODULE(_corvane, m) {
       .def("decode", &PyDecoder::Decode, py::arg("packet"))
       .def("drain", &PyDecoder::Drain);
 
+  m.def(
+      "sharpen",
+      [](const py::handle& img, const std::string& border, const py::handle& value) {
+        const Image src = AsImage(img, "img");
+        const Image dst = NewImage(src.image.width, src.image.height, src.image.format);
+        const int32_t rule = Border(border);
+        const BorderPixel pixel = BorderValue(value, src.image);
+        CheckStatus(WithoutGil([&] {
+                      return corvane_sharpen(&src.image, &dst.image, rule, pixel.bytes);
+                    }),
+                    "sharpen");
+        return dst.array;
+      },
+      py::arg("img"), py::arg("border") = "replicate", py::arg("value") = py::none());
+
   // How an array reaches the image functions: (width, height, step, format).
   m.def(
       "image_layout",

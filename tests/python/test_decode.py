@@ -73,12 +73,15 @@ def test_strict_and_median_roads():
 def sharpen3x3(picture):
     """17 times each byte less the nine around it (borders replicated), limited
     at 0, divided by 8 to nearest with ties to even, limited at 255."""
-    wide = numpy.pad(picture.astype(numpy.int32), ((1, 1), (1, 1), (0, 0)), mode="edge")
-    nine = sliding_window_view(wide, (3, 3), axis=(0, 1)).sum(axis=(-2, -1))
-    return numpy.minimum(numpy.rint(numpy.maximum(17 * picture - nine, 0) / 8), 255).astype(numpy.uint8)
+    p = picture.astype(numpy.int32)
+    wide = numpy.pad(p, ((1, 1), (1, 1), (0, 0)), mode="edge")
+    v = 17 * p - sliding_window_view(wide, (3, 3), axis=(0, 1)).sum(axis=(-2, -1))
+    return numpy.minimum(numpy.rint(numpy.maximum(v, 0) / 8), 255).astype(numpy.uint8)
 
 
-def test_sharpen_road():
+def test_sharpen_road_and_function():
     path = make_stream("plain.h264", X264 + " -bf 0 -g 5")
     expected = numpy.stack([sharpen3x3(p) for p in ffmpeg_pictures(path, 160, 96)])
     assert numpy.array_equal(numpy.stack(list(corvane.open(path, sharpen=True))), expected)
+    crop = numpy.random.default_rng(5).integers(0, 256, (41, 67, 3), numpy.uint8)[1:, 2:]
+    assert numpy.array_equal(corvane.sharpen(crop), sharpen3x3(crop))

@@ -25,6 +25,7 @@ def test_bad_files_and_arguments(tmp_path):
         (lambda: corvane.open(h265, median=True), ValueError, "for H.264 streams only"),
         (lambda: corvane.open(h264, median=True, sharpen=True), ValueError, "exclude each other"),
         (lambda: corvane.open(h265, sharpen=True), ValueError, "for H.264 streams only"),
+        (lambda: corvane.sharpen(numpy.zeros((4, 4, 4), numpy.uint8)), ValueError, "not served"),
         (lambda: corvane.Decoder("vp9"), ValueError, 'codec must be "h264" or "h265", not "vp9"'),
         (lambda: corvane.Decoder().decode("text"), TypeError, "bytes-like"),
     ]

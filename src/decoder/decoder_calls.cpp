@@ -5,6 +5,7 @@
 #include "decoder/compat.h"
 #include "platform/mutex.h"
 #include "primitives/median/median.h"
+#include "primitives/sharpen/sharpen.h"
 
 namespace corvane::decoder {
 
@@ -22,6 +23,7 @@ constexpr DecoderCalls kRealCalls{
     &sws_getContext,
     &sws_scale,
     &primitives::ownFilterMedianBorderGetBufferSize,
+    &primitives::ownFilterSharpenBorderGetBufferSize,
     &platform::WaitMutex,
     &platform::ReleaseMutex,
 };

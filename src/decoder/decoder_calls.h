@@ -36,15 +36,17 @@ struct DecoderCalls {
                                SwsFilter* dstFilter, const double* param);
   int (*scale)(SwsContext* context, const uint8_t* const src[], const int srcStride[],
                int srcSliceY, int srcSliceH, uint8_t* const dst[], const int dstStride[]);
-  // The median stage's scratch size for a picture.
+  // The filter stages' scratch sizes for a picture.
   PrimitiveStatus (*medianBufferSize)(ImageSize region, ImageSize mask, PixelType type,
                                       int32_t channels, int32_t* size);
+  PrimitiveStatus (*sharpenBufferSize)(ImageSize region, int32_t mask, PixelType srcType,
+                                       PixelType dstType, int32_t channels, int32_t* size);
   // The session's lock and the process-wide set-up lock.
   void (*waitMutex)(platform::Mutex* mutex);
   void (*releaseMutex)(platform::Mutex* mutex);
 };
 
-// The table in force: FFmpeg, swscale, the median primitive and the
+// The table in force: FFmpeg, swscale, the filter primitives and the
 // platform's mutexes, unless a test stood in its own.
 const DecoderCalls& Calls();
 

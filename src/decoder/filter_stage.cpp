@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "decoder/conversion.h"
+#include "decoder/decoder_calls.h"
 #include "primitives/core/aligned_memory.h"
 #include "primitives/median/median.h"
 #include "primitives/sharpen/sharpen.h"
@@ -26,28 +27,26 @@ struct Stage {
 };
 
 constexpr ImageSize kMedianMask{3, 3};
-constexpr Stage kMedian{ModeMedian,
-                        [](ImageSize region, int32_t* size) {
-                          return Calls().medianBufferSize(region, kMedianMask, PixelType8u, 3,
-                                                          size);
-                        },
-                        [](const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region,
-                           BorderType border, uint8_t* buffer) {
-                          return primitives::ownFilterMedianBorder_8u_C3R(
-                              src, step, dst, step, region, kMedianMask, border, kBorderValue,
-                              buffer);
-                        }};
-constexpr Stage kSharpen{ModeSharpen,
-                         [](ImageSize region, int32_t* size) {
-                           return primitives::ownFilterSharpenBorderGetBufferSize(
-                               region, kSharpenMask3x3, PixelType8u, PixelType8u, 3, size);
-                         },
-                         [](const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region,
-                            BorderType border, uint8_t* buffer) {
-                           return primitives::ownFilterSharpenBorder_8u_C3R(
-                               src, step, dst, step, region, kSharpenMask3x3, border, kBorderValue,
-                               buffer);
-                         }};
+constexpr Stage kMedian{
+    ModeMedian,
+    [](ImageSize region, int32_t* size) {
+      return Calls().medianBufferSize(region, kMedianMask, PixelType8u, 3, size);
+    },
+    [](const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region, BorderType border,
+       uint8_t* buffer) {
+      return primitives::ownFilterMedianBorder_8u_C3R(src, step, dst, step, region, kMedianMask,
+                                                      border, kBorderValue, buffer);
+    }};
+constexpr Stage kSharpen{
+    ModeSharpen,
+    [](ImageSize region, int32_t* size) {
+      return Calls().sharpenBufferSize(region, kSharpenMask3x3, PixelType8u, PixelType8u, 3, size);
+    },
+    [](const uint8_t* src, uint8_t* dst, int32_t step, ImageSize region, BorderType border,
+       uint8_t* buffer) {
+      return primitives::ownFilterSharpenBorder_8u_C3R(
+          src, step, dst, step, region, kSharpenMask3x3, border, kBorderValue, buffer);
+    }};
 
 // Makes filterImage and filterBuffer for the picture's size and the stage at
 // hand, or keeps the pair made for both by an earlier picture: the two

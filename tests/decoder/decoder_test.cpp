@@ -6,7 +6,6 @@
 #include <climits>
 
 #include "decoder/decoding.h"
-#include "decoder/session.h"
 #include "support/h264_writer.h"
 
 namespace corvane::test {
@@ -49,32 +48,6 @@ TEST(Delivery, EveryPictureIsFfmpegsAcrossStreamsCodecsModesAndResets) {
     EXPECT_EQ(std::pair(got.badHeaders, got.lastRowsWritten), std::pair(0, 0));
   }
   EXPECT_EQ(H264CodecClose(session), 1);
-}
-
-// The filter scratch pair of the session: made by the first filtered
-// picture, the same pair for the next ones of that stage and size, made anew
-// for the other stage (whose scratch differs) or another size, gone with a
-// reset.
-TEST(Delivery, FilterScratchFollowsStageAndSizeAndGoesWithAReset) {
-  const std::vector<Packet> tall = LoadPackets(kStreams[0]), low = LoadPackets(kStreams[9]);
-  CodecHandle handle = H264CodecOpen();
-  const auto& s = *static_cast<decoder::CodecSession*>(handle);
-  std::vector<uint8_t> out(176 * 144 * 3);
-  auto feed = [&](Decompress decompress, const Packet& p) {
-    BITMAPINFOHEADER h;
-    EXPECT_EQ(decompress(handle, p.data(), int32_t(p.size()), &h, out.data(), int32_t(out.size())),
-              0);
-    return std::tuple(s.filterImage, s.filterBuffer, s.filterMode, s.filterWidth, s.filterHeight);
-  };
-  const auto first = feed(corvane_codec_decompress_sharpen, tall[0]);
-  EXPECT_EQ(std::get<2>(first) * 1000 + std::get<4>(first), decoder::ModeSharpen * 1000 + 144);
-  EXPECT_EQ(feed(corvane_codec_decompress_sharpen, tall[1]), first);
-  EXPECT_EQ(std::get<2>(feed(H264CodecDecompressMedian, tall[2])), decoder::ModeMedian);
-  EXPECT_EQ(std::get<2>(feed(corvane_codec_decompress_sharpen, tall[3])), decoder::ModeSharpen);
-  EXPECT_EQ(H264CodecReset(handle), 1);
-  EXPECT_TRUE(s.filterImage == nullptr && s.filterBuffer == nullptr);
-  EXPECT_EQ(std::get<4>(feed(corvane_codec_decompress_sharpen, low[0])), 96);
-  EXPECT_EQ(H264CodecClose(handle), 1);
 }
 
 struct CallbackLog {

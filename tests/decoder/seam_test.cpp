@@ -79,6 +79,11 @@ struct Watch {
                                           int32_t* size) {
     return Note("medianBufferSize") ? StatusSize : RealCalls().medianBufferSize(r, m, t, c, size);
   }
+  static PrimitiveStatus SharpenBufferSize(ImageSize r, int32_t m, PixelType t, PixelType d,
+                                           int32_t c, int32_t* size) {
+    return Note("sharpenBufferSize") ? StatusSize
+                                     : RealCalls().sharpenBufferSize(r, m, t, d, c, size);
+  }
   static void Wait(platform::Mutex* m) {
     RealCalls().waitMutex(m);
     const bool init = m == InitMutex();
@@ -96,9 +101,9 @@ struct Watch {
 };
 
 constexpr DecoderCalls kWatched{
-    &Watch::FindDecoder,      &Watch::AllocContext, &Watch::OpenCodec,     &Watch::FreeContext,
-    &Watch::AllocFrame,       &Watch::AllocPacket,  &Watch::GetSwsContext, &Watch::Scale,
-    &Watch::MedianBufferSize, &Watch::Wait,         &Watch::Release,
+    &Watch::FindDecoder,      &Watch::AllocContext,      &Watch::OpenCodec,     &Watch::FreeContext,
+    &Watch::AllocFrame,       &Watch::AllocPacket,       &Watch::GetSwsContext, &Watch::Scale,
+    &Watch::MedianBufferSize, &Watch::SharpenBufferSize, &Watch::Wait,          &Watch::Release,
 };
 
 const test::StreamRecipe& kBaseline = test::kStreams[0];  // H.264, 176 pixels a row
@@ -106,13 +111,13 @@ const test::StreamRecipe& kHevc = test::kStreams[1];
 const test::StreamRecipe& kOdd = test::kStreams[3];  // H.264 4:4:4, 175 pixels a row
 
 // A test clip, and FFmpeg's pictures of it as a session decodes them: one a
-// packet, filtered in the median mode.
+// packet, plain or filtered in the mode given.
 struct Clip {
   Clip(const test::StreamRecipe& recipe, int32_t mode)
       : codecId(recipe.codecId), mode(mode), packets(test::LoadPackets(recipe)) {
     pictures = test::ReferenceDecode(packets, codecId, true, false);
-    if (mode == ModeMedian)
-      for (test::Picture& p : pictures) p = test::Median3x3(p);
+    for (test::Picture& p : pictures)
+      p = mode == ModeMedian ? test::Median3x3(p) : mode == ModeSharpen ? test::Sharpen3x3(p) : p;
   }
   int32_t codecId, mode;
   std::vector<test::Packet> packets;
@@ -139,7 +144,7 @@ int32_t Feed(CodecSession* session, const Clip& clip, size_t n, bool callback = 
   const test::Picture& picture = clip.pictures[n];
   g_expected = &picture;
   // The plain road leaves the last row to the caller.
-  g_rows = clip.mode == ModeMedian ? picture.height : picture.height - 1;
+  g_rows = clip.mode != ModePlain ? picture.height : picture.height - 1;
   std::vector<uint8_t> out(callback ? 0 : picture.bgr.size());
   BITMAPINFOHEADER header{};
   SetFrameCallback(session, OnPicture);
@@ -273,11 +278,9 @@ TEST_F(DecoderSeam, EachFailedConversionStepGivesNoResourceAndTheNextPictureIsWh
   const struct {
     const char* call;
     int32_t mode;
-  } failures[] = {{"getSwsContext", ModePlain},
-                  {"scale", ModePlain},
-                  {"getSwsContext", ModeMedian},
-                  {"scale", ModeMedian},
-                  {"medianBufferSize", ModeMedian}};
+  } failures[] = {{"getSwsContext", ModePlain},     {"scale", ModePlain},
+                  {"getSwsContext", ModeMedian},    {"scale", ModeMedian},
+                  {"medianBufferSize", ModeMedian}, {"sharpenBufferSize", ModeSharpen}};
   // 175 pixels a row go through scratch rows, 176 straight to the destination.
   for (const test::StreamRecipe* spec : {&kBaseline, &kOdd}) {
     for (const auto& f : failures) {
@@ -304,18 +307,21 @@ TEST_F(DecoderSeam, EachFailedConversionStepGivesNoResourceAndTheNextPictureIsWh
 // scratch with its first picture and keeps them; the callback's road makes a
 // context a picture. A reset starts both over.
 TEST_F(DecoderSeam, ContextAndScratchAreMadeOncePerSetUp) {
-  const Clip clip(kBaseline, ModeMedian);
-  for (const bool callback : {false, true}) {
-    SCOPED_TRACE(callback ? "callback" : "buffer");
-    CodecSession* session = OpenSession();
-    for (int round = 0; round < 2; ++round) {
-      for (size_t n = 0; n < 4; ++n) EXPECT_EQ(Feed(session, clip, n, callback), 0);
-      const Log log = Watch::Take(false);
-      EXPECT_EQ(std::count(log.begin(), log.end(), "getSwsContext"), callback ? 4 : 1);
-      EXPECT_EQ(std::count(log.begin(), log.end(), "medianBufferSize"), 1);
-      ResetSession(session);
+  for (const auto& [mode, sizing] :
+       {std::pair(ModeMedian, "medianBufferSize"), std::pair(ModeSharpen, "sharpenBufferSize")}) {
+    const Clip clip(kBaseline, mode);
+    for (const bool callback : {false, true}) {
+      SCOPED_TRACE(std::string(sizing) + (callback ? " callback" : " buffer"));
+      CodecSession* session = OpenSession();
+      for (int round = 0; round < 2; ++round) {
+        for (size_t n = 0; n < 4; ++n) EXPECT_EQ(Feed(session, clip, n, callback), 0);
+        const Log log = Watch::Take(false);
+        EXPECT_EQ(std::count(log.begin(), log.end(), "getSwsContext"), callback ? 4 : 1);
+        EXPECT_EQ(std::count(log.begin(), log.end(), sizing), 1);
+        ResetSession(session);
+      }
+      EXPECT_EQ(CloseSession(session), 1);
     }
-    EXPECT_EQ(CloseSession(session), 1);
   }
 }
 

@@ -17,6 +17,7 @@ int32_t corvane_sharpen(const corvane_image* src, const corvane_image* dst, int3
     }
   }
   if (!library::SameSize(*src, *dst)) return CORVANE_STATUS_SIZE;
+  if (const int32_t status = library::CheckBorder(border)) return status;
   const ImageSize roi{src->width, src->height};
   int32_t size = 0;
   const PrimitiveStatus sized = primitives::ownFilterSharpenBorderGetBufferSize(

@@ -33,6 +33,15 @@ inline int32_t CheckImage(const corvane_image* image, uint32_t served) {
   return (step < 0 ? -step : step) < row ? CORVANE_STATUS_STEP : CORVANE_STATUS_OK;
 }
 
+// 0 for the two border rules of an image call, else CORVANE_STATUS_BORDER: an
+// image is the whole picture, so none of the primitives' flags that say real
+// pixels lie beyond a side may come through (they would read outside it).
+inline int32_t CheckBorder(int32_t border) {
+  return border == CORVANE_BORDER_REPLICATE || border == CORVANE_BORDER_CONSTANT
+             ? CORVANE_STATUS_OK
+             : CORVANE_STATUS_BORDER;
+}
+
 inline bool SameSize(const corvane_image& a, const corvane_image& b) {
   return a.width == b.width && a.height == b.height;
 }

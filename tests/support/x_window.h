@@ -9,7 +9,6 @@
 #include <cstring>
 #include <functional>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -43,33 +42,13 @@ inline const xcb_screen_t* Screen() {
 }
 
 // Test programs run side by side, and a window on top would hide what is drawn
-// below: each program holds a cell of 440 x 220 pixels of the screen for its
-// life, as the owner of a selection named after the cell (the server drops it
-// with the connection). With every cell taken the first is shared.
-inline std::pair<int16_t, int16_t> CellOrigin() {
-  static const std::pair<int16_t, int16_t> origin = [] {
-    xcb_connection_t* xcb = TestConnection();
-    const int columns = std::max(1, Screen()->width_in_pixels / 440);
-    const int cells = columns * std::max(1, Screen()->height_in_pixels / 220);
-    const xcb_window_t owner = xcb_generate_id(xcb);
-    xcb_create_window(xcb, 0, owner, Screen()->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY,
-                      Screen()->root_visual, 0, nullptr);
-    xcb_grab_server(xcb);  // nobody claims between the look and the claim
-    int cell = 0;
-    for (bool taken = true; taken && cell < cells; cell += taken) {
-      const std::string name = "CORVANE_TEST_CELL_" + std::to_string(cell);
-      auto* atom =
-          xcb_intern_atom_reply(xcb, xcb_intern_atom(xcb, 0, name.size(), name.c_str()), 0);
-      auto* holder =
-          xcb_get_selection_owner_reply(xcb, xcb_get_selection_owner(xcb, atom->atom), 0);
-      if (!(taken = holder->owner != XCB_NONE)) xcb_set_selection_owner(xcb, owner, atom->atom, 0);
-      std::free(atom), std::free(holder);
-    }
-    xcb_ungrab_server(xcb);
-    return std::pair<int16_t, int16_t>(cell % cells % columns * 440, cell % cells / columns * 220);
-  }();
-  return origin;
-}
+// below: each program that reads windows back draws in a cell of 440 x 220
+// pixels of its own, CORVANE_TEST_CELL (set by its CMake target), in the
+// second row: the player's windows open at the top left.
+#ifndef CORVANE_TEST_CELL
+#define CORVANE_TEST_CELL 0
+#endif
+constexpr int16_t kCellX = 440 * CORVANE_TEST_CELL, kCellY = 220;
 
 class XWindow {
  public:
@@ -78,9 +57,8 @@ class XWindow {
       : width_(width), height_(height) {
     const uint32_t values[] = {background, 1};  // back pixel, override redirect
     xcb_create_window(TestConnection(), 0, id_ = xcb_generate_id(TestConnection()), Screen()->root,
-                      CellOrigin().first + place * 220, CellOrigin().second, width, height, 0,
-                      XCB_WINDOW_CLASS_INPUT_OUTPUT, Screen()->root_visual,
-                      XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+                      kCellX + place * 220, kCellY, width, height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      Screen()->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
     xcb_map_window(TestConnection(), id_);
     Sync();
   }

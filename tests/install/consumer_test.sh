@@ -1,48 +1,41 @@
 #!/usr/bin/env bash
-# The library as an installed client meets it. Installs a build into a scratch
-# prefix, builds client.c against it with pkg-config (shared, then static) and
-# with find_package (CMakeLists.txt here), runs each on the sample stream, then
-# makes the Debian packages and unpacks them into a scratch root. Each step is
-# a case of <build>/test-results/install.xml, which scripts/test-summary.py adds up.
+# The library as a client meets it. Installs a build into a scratch prefix and
+# builds client.c against it three ways: with pkg-config (shared), with
+# find_package (static; CMakeLists.txt here), and against the Debian packages
+# unpacked into a scratch root (static, with pkg-config); each client must
+# count the sample's pictures as corvane-decode does. Each step is a case of
+# <build>/test-results/install.xml, which scripts/test-summary.py adds up.
 #   tests/install/consumer_test.sh BUILD_DIR
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:?usage: consumer_test.sh BUILD_DIR}" && pwd)
 sample=$here/../../samples/sample.h264
-work=$build/install-test
-prefix=$work/prefix
+work=$build/install-test prefix=$build/install-test/prefix
 rm -rf "$work" && mkdir -p "$work" "$build/test-results"
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 cases="" status=0
 
-# step NAME: runs the function NAME with errexit in a subshell, its output kept
-# in $work/NAME.log, as one case.
+# step NAME: the function NAME run with errexit in a subshell, as one case.
 step() {
   local log=$work/$1.log
-  (set -e && "$1") >"$log" 2>&1
-  if (($? == 0)); then
-    echo "  ok    $1"
-    cases+="<testcase classname=\"install\" name=\"$1\"/>"
+  if (set -e && "$1") >"$log" 2>&1; then
+    echo "  ok    $1" && cases+="<testcase classname=\"install\" name=\"$1\"/>"
   else
-    echo "  FAIL  $1 ($log)"
-    tail -n 15 "$log" | sed 's/^/        /'
+    echo "  FAIL  $1 ($log)" && tail -n 15 "$log" | sed 's/^/        /'
     cases+="<testcase classname=\"install\" name=\"$1\"><failure message=\"see $log\"/></testcase>"
     status=1
   fi
 }
 fail() { echo "$*" && return 1; }
-# needs BINARY: whether BINARY links libcorvane's shared object.
-needs_shared() { readelf -d "$1" | grep -q 'NEEDED.*libcorvane\.so'; }
-# pictures DECODE: what corvane-decode says of the sample.
 pictures() { "$1" "$sample" | awk '/^pictures:/ { print $2 }'; }
-
-# Every client prints the installed corvane-decode's count, through the plain
-# export and the median one alike.
-counts_match() {
-  local expected got
-  expected=$(cat "$work/expected")
+# check CLIENT shared|static: how it links, and that it prints corvane-decode's
+# count through the plain export and the median one alike.
+check() {
+  local needed=static got
+  readelf -d "$1" | grep -q 'NEEDED.*libcorvane\.so' && needed=shared
+  [[ $needed == "$2" ]] || fail "$1 links libcorvane $needed"
   got=$("$1" "$sample")
-  [[ $got == "pictures $expected median $expected" ]] || fail "$1 printed '$got'"
+  [[ $got == "pictures $(<"$work/expected") median $(<"$work/expected")" ]] || fail "$1: '$got'"
 }
 
 installed() {
@@ -55,80 +48,56 @@ installed() {
     [[ -e $f ]] || fail "no $f"
   done
   [[ $(readlink "$lib/libcorvane.so") == libcorvane.so.0 ]] || fail "no soname link"
-  # The installed tool finds the library beside it.
-  pictures "$prefix/bin/corvane-decode" >"$work/expected"
-  (($(cat "$work/expected") > 0)) || fail "corvane-decode decoded nothing"
-}
-
-pkgconfig_shared() {
+  pictures "$prefix/bin/corvane-decode" >"$work/expected" # finds the library beside it
+  (($(<"$work/expected") > 0)) || fail "corvane-decode decoded nothing"
   # shellcheck disable=SC2046
   cc -std=c99 -Wall -Wextra -Werror "$here/client.c" -o "$work/client-pc" \
     $(pkg-config --cflags --libs corvane)
-  needs_shared "$work/client-pc" || fail "libcorvane.so.0 not needed"
-  LD_LIBRARY_PATH=$(pkg-config --variable=libdir corvane) counts_match "$work/client-pc"
-}
-
-# link_static OUT [PKG-CONFIG OPTIONS...]: client.c linked with libcorvane.a
-# and what corvane.pc gives a static link: its Libs.private, and the modules
-# it requires, linked shared here (FFmpeg's own static closure wants libraries
-# that Debian's libavcodec-dev leaves out).
-link_static() {
-  local out=$1 own modules
-  shift
-  own=$(pkg-config "$@" --static --libs --maximum-traverse-depth=2 corvane)
-  modules=$(pkg-config "$@" --print-requires-private corvane)
-  [[ $own == *-lstdc++* && -n $modules ]] || fail "no static link in corvane.pc: $own / $modules"
-  # shellcheck disable=SC2046,SC2086
-  cc -std=c99 -Wall -Wextra -Werror "$here/client.c" -o "$out" \
-    $(pkg-config "$@" --cflags --static corvane) -Wl,-Bstatic -lcorvane -Wl,-Bdynamic \
-    ${own//-lcorvane/} $(pkg-config --libs $modules)
-  if needs_shared "$out"; then fail "$out links the shared object"; fi
-}
-
-pkgconfig_static() {
-  link_static "$work/client-pc-static"
-  counts_match "$work/client-pc-static"
+  LD_LIBRARY_PATH=$lib check "$work/client-pc" shared
 }
 
 cmake_package() {
   cmake -S "$here" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
   cmake --build "$work/cmake"
-  if needs_shared "$work/cmake/client_static"; then fail "static linked the shared object"; fi
-  counts_match "$work/cmake/client_shared"
-  counts_match "$work/cmake/client_static"
+  check "$work/cmake/client_static" static
 }
 
+# The packages unpacked, their fields and files; then the packaged archive,
+# stripped of its debug information, linked as corvane.pc tells a static link:
+# its Libs.private, and the modules it requires linked shared (FFmpeg's own
+# static closure wants libraries that Debian's libavcodec-dev leaves out).
 debian_packages() {
   (cd "$build" && cpack -G DEB -B "$work/deb")
-  local deb root=$work/root
-  for deb in "$work"/deb/*.deb; do
-    echo "$(dpkg-deb -f "$deb" Package) depends on $(dpkg-deb -f "$deb" Depends)"
-    dpkg -x "$deb" "$root"
-  done
-  cd "$work/deb"
-  [[ $(dpkg-deb -f libcorvane0_*.deb Depends) == *libavcodec*libxcb* ]] ||
-    fail "libcorvane0 misses FFmpeg or XCB"
-  dpkg-deb -I libcorvane0_*.deb shlibs | grep '^libcorvane 0 libcorvane0' || fail "no shlibs"
-  [[ $(dpkg-deb -f libcorvane-dev_*.deb Depends) == *"libcorvane0 (= "*libavcodec-dev* ]] ||
-    fail "libcorvane-dev misses its library or FFmpeg's headers"
-  local tools pc
-  tools=$(dpkg-deb -f corvane-tools_*.deb Depends)
-  [[ $tools == *libavformat* && $tools == *"libcorvane0 (= "* ]] || fail "corvane-tools misses libraries"
-  (cd "$root" && find . ! -type d | sort)
+  local deb root=$work/root pc own modules field want
+  for deb in "$work"/deb/*.deb; do dpkg -x "$deb" "$root"; done
+  while read -r deb field want; do
+    [[ $(dpkg-deb -f "$work"/deb/"$deb"_*.deb "$field") == $want ]] || fail "$deb $field: not $want"
+  done <<'TABLE'
+libcorvane0     Depends *libavcodec*libxcb*
+libcorvane-dev  Depends *libcorvane0??=?*libavcodec-dev*
+corvane-tools   Depends *libavformat*
+corvane-tools   Depends *libcorvane0??=?*
+TABLE
+  dpkg-deb -I "$work"/deb/libcorvane0_*.deb shlibs | grep '^libcorvane 0 libcorvane0' || fail "no shlibs"
   pc=$(find "$root/usr/lib" -name corvane.pc)
   grep -qx 'prefix=/usr' "$pc" || fail "$pc does not say prefix=/usr"
   [[ -e $root/usr/include/corvane.h && -L ${pc%/pkgconfig/*}/libcorvane.so ]] || fail "files missing"
-  [[ $(pictures "$root/usr/bin/corvane-decode") == "$(cat "$work/expected")" ]] ||
+  [[ $(pictures "$root/usr/bin/corvane-decode") == "$(<"$work/expected")" ]] ||
     fail "the packaged corvane-decode decodes otherwise"
-  # The packaged archive, stripped of its debug information, still links.
-  PKG_CONFIG_PATH=${pc%/*} link_static "$work/client-deb" --define-variable=prefix="$root/usr"
-  counts_match "$work/client-deb"
+  local -a pcs=(--define-variable=prefix="$root/usr")
+  export PKG_CONFIG_PATH=${pc%/*}
+  own=$(pkg-config "${pcs[@]}" --static --libs --maximum-traverse-depth=2 corvane)
+  modules=$(pkg-config "${pcs[@]}" --print-requires-private corvane)
+  [[ $own == *-lstdc++* && -n $modules ]] || fail "no static link in corvane.pc: $own / $modules"
+  # shellcheck disable=SC2046,SC2086
+  cc -std=c99 -Wall -Wextra -Werror "$here/client.c" -o "$work/client-deb" \
+    $(pkg-config "${pcs[@]}" --cflags --static corvane) -Wl,-Bstatic -lcorvane -Wl,-Bdynamic \
+    ${own//-lcorvane/} $(pkg-config --libs $modules)
+  check "$work/client-deb" static
 }
 
 echo "=== installed library ($work)"
-for name in installed pkgconfig_shared pkgconfig_static cmake_package debian_packages; do
-  step $name
-done
+for name in installed cmake_package debian_packages; do step $name; done
 echo "<testsuites><testsuite name=\"install\">$cases</testsuite></testsuites>" \
   >"$build/test-results/install.xml"
 exit $status

@@ -3,7 +3,11 @@
 // every display operation it makes with that one failing: every frame still
 // returns 0, a failed device is given up and the next frame rebuilds it, and
 // the next frame is shown. Then sessions on the platform's real timer, the
-// device mutex held by another owner, and sessions under load.
+// device mutex held by another process, and sessions under load.
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <future>
 #include <map>
 #include <random>
@@ -218,24 +222,44 @@ TEST(RenderPacing, CloseWaitsForARunningTickAndNoneFollows) {
 }
 
 // "RenderDeviceMutex" is shared by every render session of every process of
-// the user. Another owner holds it here (a slow present, say) until told, then
-// `lingerMs` more; after a second it lets go by itself, so that a frame that
-// waits for it fails the test instead of hanging it.
+// the user. Another process holds it here (a slow present, say) until told,
+// then `lingerMs` more; after a second it lets go by itself, so that a frame
+// that waits for it fails the test instead of hanging it. The child is forked
+// before the test's session starts a thread, and only takes the lock.
 struct Holder {
   explicit Holder(int lingerMs) {
-    thread = std::thread([this, lingerMs] {
+    if (pipe(take) != 0 || pipe(held) != 0 || pipe(letGoPipe) != 0) std::abort();
+    child = fork();
+    if (child == 0) {
+      char byte;
+      if (read(take[0], &byte, 1) != 1) _exit(1);
       platform::Mutex* mutex = platform::CreateMutex("RenderDeviceMutex");
       platform::WaitMutex(mutex);
-      held.set_value();
-      letGo.get_future().wait_for(1s);
-      std::this_thread::sleep_for(std::chrono::milliseconds(lingerMs));
-      platform::ReleaseMutex(mutex), platform::CloseMutex(mutex);
-    });
-    held.get_future().wait();
+      if (write(held[1], "h", 1) != 1) _exit(1);
+      pollfd letGo{letGoPipe[0], POLLIN, 0};
+      poll(&letGo, 1, 1000);
+      usleep(static_cast<useconds_t>(lingerMs) * 1000);
+      platform::ReleaseMutex(mutex);
+      _exit(0);
+    }
   }
-  ~Holder() { thread.join(); }
-  std::promise<void> held, letGo;
-  std::thread thread;
+  void Take() {
+    char byte;
+    if (write(take[1], "t", 1) != 1 || read(held[0], &byte, 1) != 1) std::abort();
+  }
+  void LetGo() {
+    if (write(letGoPipe[1], "g", 1) != 1) std::abort();
+  }
+  ~Holder() {
+    // A child never told to take it takes it now, lingers and exits.
+    if (write(take[1], "t", 1) != 1) {
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    for (int* p : {take, held, letGoPipe}) close(p[0]), close(p[1]);
+  }
+  int take[2], held[2], letGoPipe[2];
+  pid_t child;
 };
 
 // It delays no frame on the direct or the queued path; only a rebuild waits.
@@ -244,10 +268,11 @@ TEST(RenderDeviceMutex, AnotherOwnerHoldingItDelaysNoFrameOnlyARebuild) {
   constexpr auto kLinger = 300ms;
   for (const int32_t fps : {0, 25}) {
     SCOPED_TRACE(fps == 0 ? "direct" : "queued");
+    Holder holder(kLinger / 1ms);
     Rig rig;
     render::SetFramesPerSecond(rig.session, fps);
     rig.Frame(1);  // builds the device while nobody holds the mutex
-    Holder holder(kLinger / 1ms);
+    holder.Take();
     Clock::duration slowest{};
     for (uint32_t n = 2; n < 8; ++n) {
       const Clock::time_point start = Clock::now();
@@ -258,7 +283,7 @@ TEST(RenderDeviceMutex, AnotherOwnerHoldingItDelaysNoFrameOnlyARebuild) {
     EXPECT_EQ(rig.backend.ValuesOf(fps == 0 ? Op::Present : Op::CreateOffscreenPlainSurface).size(),
               7u);
     // A new frame size resets the device under the mutex: that one waits.
-    holder.letGo.set_value();
+    holder.LetGo();
     const Clock::time_point start = Clock::now();
     rig.Frame(8, 48, 20);
     EXPECT_GE(Clock::now() - start, kLinger * 6 / 10);

@@ -1,6 +1,5 @@
-// What the decoder's tests share: the streams most of them decode, a stream
-// fed packet by packet through one session and checked call by call, and
-// FFmpeg's pictures to hold it against.
+// What the decoder's tests share: the streams most of them decode, FFmpeg's
+// pictures of them, and calls whose pictures are held against those.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -128,17 +127,58 @@ inline Picture Median3x3(Picture p) {
   return p;
 }
 
-// The library's sharpen of a picture, borders replicated: the filter is
-// checked against its formula on every code path elsewhere, the roads that
-// reach it here.
-inline Picture Sharpen3x3(Picture p) {
-  const std::vector<uint8_t> in = p.bgr;
-  const corvane_image src{const_cast<uint8_t*>(in.data()), p.width * 3, p.width, p.height,
-                          CORVANE_8U_C3};
-  corvane_image dst = src;
-  dst.data = p.bgr.data();
-  EXPECT_EQ(corvane_sharpen(&src, &dst, CORVANE_BORDER_REPLICATE, nullptr), 0);
-  return p;
+// A clip and FFmpeg's pictures of it as a session decodes it (one a packet
+// unless drained), filtered for the median mode.
+struct Clip {
+  explicit Clip(const StreamRecipe& r, bool median = false, bool drain = false)
+      : recipe(r),
+        median(median),
+        packets(LoadPackets(r)),
+        pictures(ReferenceDecode(packets, r.codecId, true, drain)) {
+    if (median)
+      for (Picture& p : pictures) p = Median3x3(p);
+  }
+  Decompress decompress() const { return median ? H264CodecDecompressMedian : For(recipe.codecId); }
+  const StreamRecipe& recipe;
+  bool median;
+  std::vector<Packet> packets;
+  std::vector<Picture> pictures;
+};
+
+// This thread's tally of checked calls: a picture must be the one expected,
+// all rows but the caller's last unless filtered. A callback may reset its
+// own session.
+struct Checked {
+  const Picture* expected = nullptr;
+  int rows = 0, delivered = 0, wrong = 0;
+  bool resetInside = false;
+};
+inline thread_local Checked t_checked;
+inline void CheckPicture(const uint8_t* pixels, int width, int height) {
+  const Picture* p = t_checked.expected;
+  ++t_checked.delivered;
+  t_checked.wrong += width != p->width || height != p->height ||
+                     FirstDifferingRow(pixels, p->bgr.data(), width, t_checked.rows) != -1;
+}
+inline void OnPicture(const CodecFrameRecord* r) {
+  CheckPicture(r->pixels, r->width, r->height);
+  if (t_checked.resetInside) H264CodecReset(r->session);
+}
+// Packet `n` into a buffer of one picture, or through the frame callback.
+inline int32_t FeedChecked(CodecHandle session, const Clip& clip, size_t n, bool callback,
+                           BITMAPINFOHEADER* header = nullptr) {
+  BITMAPINFOHEADER own{};
+  header = header ? header : &own;
+  const Picture& p = clip.pictures[n];
+  t_checked.expected = &p, t_checked.rows = clip.median ? p.height : p.height - 1;
+  std::vector<uint8_t> out(callback ? 0 : p.bgr.size());
+  H264CodecSetCallback(session, OnPicture);
+  const int32_t result =
+      clip.decompress()(session, clip.packets[n].data(), int32_t(clip.packets[n].size()), header,
+                        out.data(), int32_t(out.size()));
+  if (!callback && result == 0 && header->biSize == 40)
+    CheckPicture(out.data(), header->biWidth, header->biHeight);
+  return result;
 }
 
 }  // namespace corvane::test

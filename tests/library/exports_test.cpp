@@ -7,8 +7,6 @@
 #include <cstddef>
 #include <fstream>
 #include <iterator>
-#include <set>
-#include <sstream>
 
 #include "corvane.h"
 
@@ -26,33 +24,13 @@ std::string Shell(const std::string& command) {
 
 TEST(SharedObject, ExportsTheEighteenFunctionsAndTheExtensionsUnderAVersionedSoname) {
   // Every defined dynamic symbol but the version node itself (type A).
-  std::istringstream lines(
-      Shell("nm -D --defined-only '" CORVANE_SO_PATH "' | awk '$2 != \"A\" { print $3 }'"));
-  std::set<std::string> got;
-  for (std::string name; std::getline(lines, name);) got.insert(name.substr(0, name.find('@')));
-  EXPECT_EQ(got, (std::set<std::string>{"BmpReSize",
-                                        "BmpReSizeEx",
-                                        "BmpStretchDIB",
-                                        "BmpStretchDIBEx",
-                                        "BmpStretchDIBEx2",
-                                        "H264CodecClose",
-                                        "H264CodecDecompress",
-                                        "H264CodecDecompressMedian",
-                                        "H264CodecGetFormat",
-                                        "H264CodecOpen",
-                                        "H264CodecReset",
-                                        "H264CodecResetEx",
-                                        "H264CodecSetCallback",
-                                        "H265CodecDecompress",
-                                        "VideoRenderClose",
-                                        "VideoRenderFrame",
-                                        "VideoRenderOpen",
-                                        "VideoRenderSetFPS",
-                                        "corvane_codec_decompress_sharpen",
-                                        "corvane_codec_drain",
-                                        "corvane_codec_set_options",
-                                        "corvane_sharpen",
-                                        "corvane_version"}));
+  EXPECT_EQ(Shell("nm -D --defined-only '" CORVANE_SO_PATH "' | awk '$2 != \"A\" { print $3 }' |"
+                  " sed 's/@.*//' | LC_ALL=C sort | tr '\\n' ' '"),
+            "BmpReSize BmpReSizeEx BmpStretchDIB BmpStretchDIBEx BmpStretchDIBEx2 H264CodecClose "
+            "H264CodecDecompress H264CodecDecompressMedian H264CodecGetFormat H264CodecOpen "
+            "H264CodecReset H264CodecResetEx H264CodecSetCallback H265CodecDecompress "
+            "VideoRenderClose VideoRenderFrame VideoRenderOpen VideoRenderSetFPS "
+            "corvane_codec_drain corvane_codec_set_options corvane_version ");
   EXPECT_EQ(Shell("objdump -p '" CORVANE_SO_PATH "' | awk '$1 == \"SONAME\" { print $2 }'"),
             "libcorvane.so.0\n");
   // The shared objects behind the process-wide named mutexes are mapped here.

@@ -146,56 +146,6 @@ TEST(Refusals, LeaveHeaderAndBufferAndTheSessionDecodesOn) {
   }
 }
 
-#define BPYR "-bf 3 -x264-params b-pyramid=normal"
-const StreamRecipe kReordered = {"ff_main_bpyr_176x144.h264", 176, 144, 10,
-                                 X264 "-profile:v main " BPYR};
-// clang-format off
-const std::pair<StreamRecipe, bool> kFirstFrames[] = {  // and whether field-coded
-    {kReordered, false},
-    {{"ff_high_bpyr_320x240.h264", 320, 240, 8, X264 "-profile:v high -slices 2 " BPYR}, false},
-    {{"ff_high444_bf_175x143.h264", 175, 143, 6, "-c:v libx264 -pix_fmt yuv444p " BPYR,
-      "testsrc"}, false},
-    {{"ff_mbaff_bff_174x140.h264", 174, 140, 6, X264 "-bf 2 -x264-params interlaced=1:bff=1"},
-     true},
-    {{"ff_fake_interlaced_176x144.h264", 176, 144, 6,
-      X264 BPYR ":fake-interlaced=1:pic-struct=1"}, true},
-    {{"ff_hrd_176x144.h264", 176, 144, 8,
-      X264 "-b:v 150k -maxrate 200k -bufsize 400k " BPYR ":nal-hrd=vbr"}, false},
-    {{"ff_main_cropped_174x142.h264", 174, 142, 6, X264 "-profile:v main " BPYR}, false},
-    {{"ff_hevc_bf_176x144.hevc", 176, 144, 8, "-c:v libx265 " X265 "3", "testsrc2", 173}, false}};
-// clang-format on
-
-// While the decoder holds a stream's first pictures back, the first call
-// reports set 0's size in whole macroblocks, map units taken as rows (half the
-// height of a field-coded stream); H.265, with no parser, a zero header. Then
-// come FFmpeg's drained pictures but the last few: the session never drains.
-class FirstFrames : public ::testing::TestWithParam<std::pair<StreamRecipe, bool>> {};
-
-TEST_P(FirstFrames, ReportTheParameterSetSizeThenFfmpegsPictures) {
-  const auto& [s, fieldCoded] = GetParam();
-  SCOPED_TRACE(s.file);
-  const std::vector<Packet> packets = LoadPackets(s);
-  const int rows = fieldCoded ? 32 : 16;
-  CodecHandle session = H264CodecOpen();
-  BITMAPINFOHEADER header = Filled(0x5A, false);
-  EXPECT_EQ(Feed(session, packets[0], &header, nullptr, 0, s.codecId), 0);
-  EXPECT_EQ(header, s.codecId == 173
-                        ? BITMAPINFOHEADER{}
-                        : Sized({}, (s.width + 15) / 16 * 16, (s.height + rows - 1) / rows * 16));
-  const Delivered got =
-      DecodeAll(session, For(s.codecId), {packets.begin() + 1, packets.end()}, s.width, s.height);
-  EXPECT_EQ(H264CodecClose(session), 1);
-  EXPECT_EQ(got.results, std::vector<int32_t>(packets.size() - 1, 0));
-  std::vector<Picture> reference = ReferenceDecode(packets, s.codecId, true);
-  ASSERT_LE(got.pictures.size(), reference.size());
-  EXPECT_GE(got.pictures.size() + 4, reference.size());
-  reference.resize(got.pictures.size());
-  EXPECT_EQ(Compare(got.pictures, reference), "");
-  EXPECT_EQ(std::pair(got.badHeaders, got.lastRowsWritten), std::pair(0, 0));
-}
-
-INSTANTIATE_TEST_SUITE_P(Streams, FirstFrames, ::testing::ValuesIn(kFirstFrames));
-
 // Packet by packet on one session, reset before each case: results and headers.
 TEST(FirstFramesPackets, WhatTheSessionReadsOfItsFirstPackets) {
   enum { kIdr = 5, kSei = 6, kSps = 7, kPps = 8, kAud = 9 };

@@ -45,6 +45,10 @@ inline const StreamRecipe kStreams[] = {  // no reordering: each packet gives it
     {"high444_192x131.h264", 192, 131, 3, "-c:v libx264 -pix_fmt yuv444p -bf 0", "testsrc"},
     {"main_160x144.h264", 160, 144, 3, X264 "-profile:v main -bf 0"}};
 // clang-format on
+#define BPYR "-bf 3 -x264-params b-pyramid=normal"
+// B-frames in a pyramid: the decoder holds the first pictures back.
+inline const StreamRecipe kReordered = {"ff_main_bpyr_176x144.h264", 176, 144, 10,
+                                        X264 "-profile:v main " BPYR};
 
 using Decompress = int32_t (*)(CodecHandle, const uint8_t*, int32_t, BITMAPINFOHEADER*, uint8_t*,
                                int32_t);

@@ -41,7 +41,6 @@ struct HrdRecipe {
 // A sequence parameter set; level 3.0, log2_max_frame_num 9,
 // log2_max_pic_order_cnt_lsb 7, two reference frames, VUI timing 1001 / 60000.
 struct SpsRecipe {
-  const char* name = "";
   uint32_t profile_idc = 100, seq_parameter_set_id = 0, chroma_format_idc = 1;
   std::vector<std::vector<int>> scalingDeltas;  // empty: no matrix; else 8 lists (empty: absent)
   uint32_t pic_order_cnt_type = 0, delta_pic_order_always_zero_flag = 0;

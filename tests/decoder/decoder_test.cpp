@@ -1,6 +1,6 @@
 // The decoder through its exports: every picture against FFmpeg's own decode
-// and BGR24 conversion, the results and headers of every road, the
-// first-frames step.
+// and BGR24 conversion, the results and headers of every road, what the
+// first-frames step reads of a stream's first packets.
 #include <gtest/gtest.h>
 
 #include <climits>

@@ -1,7 +1,8 @@
-// The decoder extensions of corvane_ext.h through the shared object: packets
-// that open with a delimiter or an SEI settle with the option; the drain gives
-// the pictures behind reordering and frame threads on every road, all rows
-// FFmpeg's with FULL_PICTURE; the conformant decode of sliced streams; refusals.
+// The decoder extensions of corvane_ext.h: packets that open with a delimiter
+// or an SEI settle with the option; over streams of every layout the first
+// call reports the settled size and the drain gives the pictures behind
+// reordering and frame threads on every road, all rows FFmpeg's with
+// FULL_PICTURE; the conformant decode of sliced streams; refusals.
 #include <gtest/gtest.h>
 
 #include "corvane_ext.h"

@@ -166,24 +166,24 @@ TEST_F(DecoderSeam, SetUpRunsItsStepsInOrderUnderTheSessionLockThenTheInitLock) 
 // A failed set-up writes nothing and the next call starts over; a failed
 // conversion delivers nothing and the next picture is whole, on either road.
 TEST_F(DecoderSeam, EachFailedCallGivesItsResultAndTheSessionDecodesOn) {
-  const std::pair<std::string, int32_t> failures[] = {// set-up's five, then conversion's
-                                                      {"findDecoder", ResultDecoderUnavailable},
-                                                      {"allocContext", ResultDecoderUnavailable},
-                                                      {"openCodec", ResultDecoderUnavailable},
-                                                      {"allocFrame", ResultNoResource},
-                                                      {"allocPacket", ResultNoResource},
-                                                      {"getSwsContext", ResultNoResource},
-                                                      {"scale", ResultNoResource},
-                                                      {"medianBufferSize", ResultNoResource}};
+  // Set-up's five calls, conversion's two, then each filter stage's sizing.
+  // clang-format off
+  const std::pair<std::string, int32_t> failures[] = {
+      {"findDecoder", ResultDecoderUnavailable}, {"allocContext", ResultDecoderUnavailable},
+      {"openCodec", ResultDecoderUnavailable}, {"allocFrame", ResultNoResource},
+      {"allocPacket", ResultNoResource}, {"getSwsContext", ResultNoResource},
+      {"scale", ResultNoResource}, {"medianBufferSize", ResultNoResource},
+      {"sharpenBufferSize", ResultNoResource}};
+  // clang-format on
   // 175 pixels a row go through scratch rows, 176 straight to the destination.
-  for (const Clip& clip :
-       {Clip(kBaseline), Clip(kBaseline, true), Clip(kHevc), Clip(kOdd), Clip(kOdd, true)})
+  for (const Clip& clip : {Clip(kBaseline), Clip(kBaseline, 1), Clip(kBaseline, 2), Clip(kHevc),
+                           Clip(kOdd), Clip(kOdd, 1), Clip(kOdd, 2)})
     for (size_t f = 0; f < std::size(failures); ++f)
       for (const bool callback : {false, true}) {
         const auto& [call, result] = failures[f];
-        if (call == "medianBufferSize" && !clip.median) continue;
-        SCOPED_TRACE(std::string(clip.recipe.file) + (clip.median ? " median " : " ") + call +
-                     (callback ? " callback" : ""));
+        if (f >= 7 && clip.filter != int(f) - 6) continue;
+        SCOPED_TRACE(std::string(clip.recipe.file) + " filter " + std::to_string(clip.filter) +
+                     " " + call + (callback ? " callback" : ""));
         CodecHandle session = H264CodecOpen();
         Watch::failName = call;
         t_checked = {};
@@ -220,17 +220,23 @@ TEST_F(DecoderSeam, AFailedSetUpThenTheOtherCodecResetsFirst) {
 
 // Into the caller's buffer a session makes its conversion context and filter
 // scratch with its first picture and keeps them; the callback's road makes a
-// context a picture. A reset starts both over.
-TEST_F(DecoderSeam, ContextAndScratchAreMadeOncePerSetUp) {
-  const Clip clip(kBaseline, true);
+// context a picture. The other filter stage makes its own scratch. A reset
+// starts both over.
+TEST_F(DecoderSeam, ContextAndScratchAreMadeOncePerSetUpAndStage) {
+  const Clip clips[] = {Clip(kBaseline, 1), Clip(kBaseline, 2)};
   for (const bool callback : {false, true}) {
     SCOPED_TRACE(callback ? "callback" : "buffer");
     CodecHandle session = H264CodecOpen();
     for (int round = 0; round < 2; ++round) {
-      for (size_t n = 0; n < 4; ++n) EXPECT_EQ(FeedChecked(session, clip, n, callback), 0);
-      const Log log = Watch::Take();
-      EXPECT_EQ(std::count(log.begin(), log.end(), "getSwsContext"), callback ? 4 : 1);
-      EXPECT_EQ(std::count(log.begin(), log.end(), "medianBufferSize"), 1);
+      for (const Clip& clip : clips) {
+        for (size_t n = 0; n < 4; ++n) EXPECT_EQ(FeedChecked(session, clip, n, callback), 0);
+        const Log log = Watch::Take();
+        if (clip.filter == 1 || callback) {
+          EXPECT_EQ(std::count(log.begin(), log.end(), "getSwsContext"), callback ? 4 : 1);
+        }
+        const char* sizing = clip.filter == 1 ? "medianBufferSize" : "sharpenBufferSize";
+        EXPECT_EQ(std::count(log.begin(), log.end(), sizing), 1) << sizing;
+      }
       H264CodecReset(session);
     }
     EXPECT_EQ(H264CodecClose(session), 1);

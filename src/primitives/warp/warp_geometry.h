@@ -19,6 +19,9 @@ enum : int32_t {
   QuadDegenerate = -5,     // a straight or collapsed corner
 };
 
+// Most points a clipped quad keeps (ownClipQuad).
+constexpr int32_t kClippedQuadPoints = 16;
+
 // Inclusive corners of a rectangle, wide enough for any sum of two int32.
 struct RectCorners {
   int64_t x0;
@@ -42,6 +45,13 @@ CORVANE_DECLARE_VARIANTS(void, ownBilinearQuad,
                          (corvane::RectCorners rect, const double* coeffs, double* quad))
 CORVANE_DECLARE_VARIANTS(void, ownAffineQuad,
                          (corvane::RectCorners rect, const double* affine, double* quad))
+
+// Clips a convex quad to `clip`: the polygon that remains, as x, y pairs of
+// at most kClippedQuadPoints points, corners a rounding beside a side put
+// onto it and repeated points dropped. Returns the count of points, 0 when
+// nothing remains or the quad isn't finite.
+CORVANE_DECLARE_VARIANTS(int32_t, ownClipQuad,
+                         (const double* quad, corvane::RectCorners clip, double* points))
 
 // Clips a convex quad to `clip` and gives the rows it covers. Returns 1 when
 // something remains, with yMin and yMax written, else 0. With a row table it

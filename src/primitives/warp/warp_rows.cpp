@@ -17,7 +17,7 @@ struct Point {
 
 // Four half planes leave at most eight corners of a convex quad; the room
 // beyond that only keeps a numerically bent polygon inside the arrays.
-constexpr int kMaxPoints = 16;
+constexpr int kMaxPoints = kClippedQuadPoints;
 
 struct Polygon {
   Point p[kMaxPoints + 1];  // + a closing copy of the first point
@@ -211,9 +211,8 @@ bool AllFinite(const double* quad) {
 
 }  // namespace
 
-int32_t ownQuadRowRange(const double* quad, RectCorners rect, int32_t orientation,
-                        int32_t* rowTable, int32_t* yMin, int32_t* yMax) {
-  // A transform that overflowed or wasn't a number draws nothing.
+int32_t ownClipQuad(const double* quad, RectCorners rect, double* points) {
+  // A transform that overflowed or wasn't a number leaves nothing.
   if (!AllFinite(quad)) return 0;
   const Box clip{double(rect.x0), double(rect.x1), double(rect.y0), double(rect.y1)};
   Polygon poly;
@@ -233,7 +232,17 @@ int32_t ownQuadRowRange(const double* quad, RectCorners rect, int32_t orientatio
   }
   Straighten(poly, clip);
   RemoveRepeats(poly);
+  std::memcpy(points, poly.p, sizeof(Point) * poly.n);
+  return poly.n;
+}
+
+int32_t ownQuadRowRange(const double* quad, RectCorners rect, int32_t orientation,
+                        int32_t* rowTable, int32_t* yMin, int32_t* yMax) {
+  double points[2 * kMaxPoints];
+  Polygon poly;
+  poly.n = ownClipQuad(quad, rect, points);
   if (poly.n <= 0) return 0;
+  std::memcpy(poly.p, points, sizeof(Point) * poly.n);
 
   const Box kept = BoundsOf(poly);
   // Rows or columns beyond 32 bits: nothing to draw.
@@ -245,6 +254,7 @@ int32_t ownQuadRowRange(const double* quad, RectCorners rect, int32_t orientatio
   *yMin = first;
   *yMax = last;
   if (int64_t(last) - first + 1 <= 0 || std::floor(kept.maxX) < std::ceil(kept.minX)) return 0;
+  const Box clip{double(rect.x0), double(rect.x1), double(rect.y0), double(rect.y1)};
   if (rowTable) FillRowTable(poly, orientation, first, last, clip, rowTable);
   return 1;
 }

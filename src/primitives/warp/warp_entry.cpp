@@ -1,10 +1,6 @@
-// ownWarpBilinear_8u_C3R: the entry, the affine road and the checks of the
-// bilinear road. Built once per code path.
-//
-// Served so far: the affine road with nearest-neighbour sampling. Linear,
-// cubic and Catmull-Rom sampling, the bilinear road's kernels and the
-// smooth-edge pass are refused with StatusInterpolation once every other test
-// has passed, before any pixel is written.
+// ownWarpBilinear_8u_C3R: the entry and the cores of its two roads, the
+// affine one and the bilinear one for maps with x·y terms, with their kernel
+// tables. Built once per code path.
 #include <xmmintrin.h>
 
 #include <cstdint>
@@ -13,7 +9,7 @@
 #include "primitives/warp/fused.h"
 #include "primitives/warp/warp.h"
 #include "primitives/warp/warp_geometry.h"
-#include "primitives/warp/warp_nearest.h"
+#include "primitives/warp/warp_kernels.h"
 
 namespace corvane::CORVANE_VARIANT {
 namespace {
@@ -24,6 +20,8 @@ constexpr int32_t kFormat8uC3 = 1;
 
 using AffineKernel = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, int32_t, int32_t,
                               const int32_t*, const double*, int32_t, int32_t, uint8_t*);
+using BilinearKernel = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, int32_t, int32_t,
+                                const int32_t*, const BilinearInverse*, uint8_t*, int32_t, int32_t);
 
 // The affine road's kernels of one sample format, by interpolation mode: the
 // designed slot of a kernel is group · 4 + (mode >> 1).
@@ -34,21 +32,34 @@ struct AffineKernels {
   AffineKernel catmullRom;  // mode 6
 };
 
-// 18 groups, group = layout + 6 · type; a kernel not built yet is null.
-struct AffineKernelTable {
-  AffineKernels group[18];
+// The bilinear road's: slot group · 3 + (mode >> 1).
+struct BilinearKernels {
+  BilinearKernel nearest;  // mode 1
+  BilinearKernel linear;   // mode 2
+  BilinearKernel cubic;    // mode 4
 };
 
-constexpr AffineKernelTable MakeAffineKernels() {
-  AffineKernelTable t{};
-  t.group[1].nearest = &ownWarpAffineNearest_8u_C3;  // three 8-bit channels
+// 18 groups, group = layout + 6 · type; only three 8-bit channels are built.
+struct KernelTable {
+  AffineKernels affine[18];
+  BilinearKernels bilinear[18];
+};
+
+constexpr KernelTable MakeKernels() {
+  KernelTable t{};
+  t.affine[1] = {&ownWarpAffineNearest_8u_C3, &ownWarpAffineLinear_8u_C3, &ownWarpAffineCubic_8u_C3,
+                 &ownWarpAffineCatmullRom_8u_C3};
+  t.bilinear[1] = {&ownWarpBilinearNearest_8u_C3, &ownWarpBilinearLinear_8u_C3,
+                   &ownWarpBilinearCubic_8u_C3};
   return t;
 }
 
-constexpr AffineKernelTable kAffineKernels = MakeAffineKernels();
+constexpr KernelTable kKernels = MakeKernels();
+
+int32_t GroupOf(int32_t format) { return (format & 7) + 6 * (format >> 3); }
 
 AffineKernel AffineKernelFor(int32_t format, uint32_t mode) {
-  const AffineKernels& k = kAffineKernels.group[(format & 7) + 6 * (format >> 3)];
+  const AffineKernels& k = kKernels.affine[GroupOf(format)];
   switch (mode) {
     case WarpNearest:
       return k.nearest;
@@ -59,6 +70,11 @@ AffineKernel AffineKernelFor(int32_t format, uint32_t mode) {
     default:
       return k.catmullRom;
   }
+}
+
+BilinearKernel BilinearKernelFor(int32_t format, uint32_t mode) {
+  const BilinearKernels& k = kKernels.bilinear[GroupOf(format)];
+  return mode == WarpNearest ? k.nearest : mode == WarpLinear ? k.linear : k.cubic;
 }
 
 // What a small source image can carry: one row or column leaves nothing to
@@ -79,6 +95,14 @@ bool IsConvex(const double* quad) {
   return shape != QuadDegenerate && shape != QuadConcave;
 }
 
+// The work area: the first multiple of 64 at or behind the end of the row
+// table.
+uint8_t* WorkAreaOf(uint8_t* scratch, int32_t yMin, int32_t yMax) {
+  const uintptr_t base = reinterpret_cast<uintptr_t>(scratch);
+  const uintptr_t area = (base + (uint64_t(yMax) - uint64_t(yMin)) * 8 + 8 + 63) & ~uintptr_t(63);
+  return scratch + (area - base);
+}
+
 // Runs a kernel with underflow exceptions masked, and gives the caller back
 // its own mask and sticky underflow flag.
 void RunMasked(AffineKernel kernel, const uint8_t* src, uint8_t* dstRow, int32_t srcStep,
@@ -90,6 +114,14 @@ void RunMasked(AffineKernel kernel, const uint8_t* src, uint8_t* dstRow, int32_t
          srcSize.height - 1, workArea);
   constexpr unsigned int kKept = _MM_MASK_UNDERFLOW | _MM_EXCEPT_UNDERFLOW;
   _mm_setcsr((_mm_getcsr() & ~kKept) | (saved & kKept));
+}
+
+// The smooth-edge pass where the interpolation asks for it.
+void SmoothEdge(uint32_t interpolation, uint8_t* dst, int32_t dstStep, const double* quad,
+                ImageRect dstRect, int32_t orientation) {
+  if (interpolation & WarpSmoothEdge) {
+    ownWarpSmoothEdge_8u_C3(dst, dstStep, quad, ownRectCorners(dstRect), orientation);
+  }
 }
 
 PrimitiveStatus ownWarpAffineCore(const uint8_t* src, ImageSize srcSize, int32_t srcStep,
@@ -128,23 +160,17 @@ PrimitiveStatus ownWarpAffineCore(const uint8_t* src, ImageSize srcSize, int32_t
   if (!ownQuadRowRange(q, ownRectCorners(dstRect), orientation, rowTable, &yMin, &yMax)) {
     return StatusNoOverlap;
   }
-  const AffineKernel kernel = AffineKernelFor(format, mode);
-  if (!kernel || (interpolation & WarpSmoothEdge)) return StatusInterpolation;
-
-  uint8_t* dstRow = dst + int64_t(yMin) * dstStep;
-  const uintptr_t base = reinterpret_cast<uintptr_t>(scratch);
-  const uintptr_t area = (base + (uint64_t(yMax) - uint64_t(yMin)) * 8 + 8 + 63) & ~uintptr_t(63);
-  uint8_t* workArea = scratch + (area - base);
-  RunMasked(kernel, src, dstRow, srcStep, dstStep, yMin, yMax, rowTable, inverse, srcSize,
-            workArea);
+  RunMasked(AffineKernelFor(format, mode), src, dst + int64_t(yMin) * dstStep, srcStep, dstStep,
+            yMin, yMax, rowTable, inverse, srcSize, WorkAreaOf(scratch, yMin, yMax));
+  SmoothEdge(interpolation, dst, dstStep, q, dstRect, orientation);
   return StatusOk;
 }
 
-// The road of transforms with x·y terms. Its arguments are tested in full;
-// its kernels are not built yet.
+// The road of transforms with x·y terms; the floating-point state is the
+// caller's.
 PrimitiveStatus ownWarpBilinearCore(const uint8_t* src, ImageSize srcSize, int32_t srcStep,
                                     ImageRect srcRect, uint8_t* dst, int32_t dstStep,
-                                    ImageRect dstRect, int32_t /*format*/, const double* c,
+                                    ImageRect dstRect, int32_t format, const double* c,
                                     uint32_t interpolation, uint8_t* scratch) {
   if (!src || !dst || !c || !scratch) return StatusNullPointer;
   if (PrimitiveStatus s = ownCheckWarpImages(srcSize, srcRect, dstRect)) return s;
@@ -154,15 +180,23 @@ PrimitiveStatus ownWarpBilinearCore(const uint8_t* src, ImageSize srcSize, int32
   mode = LoweredMode(mode, srcSize);
   ImageRect rect = srcRect;
   if (PrimitiveStatus s = ClippedSource(srcSize, &rect)) return s;
+  const RectCorners rc = ownRectCorners(rect);
   double q[8];
-  ownBilinearQuad(ownRectCorners(rect), c, q);
+  ownBilinearQuad(rc, c, q);
   if (!IsConvex(q)) return StatusTransform;
+  const int32_t orientation = ownQuadOrientation(q);
+  BilinearInverse inverse;
+  ownBilinearInverse(q, rc, orientation, &inverse);
+  int32_t* rowTable = reinterpret_cast<int32_t*>(scratch);
   int32_t yMin = 0, yMax = 0;
-  if (!ownQuadRowRange(q, ownRectCorners(dstRect), ownQuadOrientation(q),
-                       reinterpret_cast<int32_t*>(scratch), &yMin, &yMax)) {
+  if (!ownQuadRowRange(q, ownRectCorners(dstRect), orientation, rowTable, &yMin, &yMax)) {
     return StatusNoOverlap;
   }
-  return StatusInterpolation;
+  BilinearKernelFor(format, mode)(src, dst + int64_t(yMin) * dstStep, srcStep, dstStep, yMin, yMax,
+                                  rowTable, &inverse, WorkAreaOf(scratch, yMin, yMax),
+                                  srcSize.width - 1, srcSize.height - 1);
+  SmoothEdge(interpolation, dst, dstStep, q, dstRect, orientation);
+  return StatusOk;
 }
 
 }  // namespace

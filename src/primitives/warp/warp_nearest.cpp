@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "primitives/warp/warp_nearest.h"
+#include "primitives/warp/warp_kernels.h"
 
 namespace corvane::CORVANE_VARIANT {
 namespace {

@@ -1,8 +1,11 @@
-// ownWarpBilinear_8u_C3R and its nearest-neighbour kernel on every code path
-// against a pixel-by-pixel reference that finds each row's span from the
-// crossings of the picture's edges: crop-and-scale maps and rotations,
-// pictures partly outside the destination rectangle, the caller's
-// floating-point state kept; and the refusals of the warp family.
+// ownWarpBilinear_8u_C3R and its affine kernels on every code path against a
+// pixel-by-pixel reference: each pixel of a row's span (found from the
+// crossings of the picture's edges) takes its source position, accumulated
+// along the row as designed, through its mode's sampling written from the
+// formula; positions off the affine road must map forward onto the pixel.
+// Crop-and-scale maps, rotations with shear, maps with x·y terms in all four
+// solve modes, on sources from one pixel wide; the kernels alone on row
+// tables of any shape; the caller's floating-point state kept; the refusals.
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
@@ -13,7 +16,7 @@
 
 #include "conformance.h"
 #include "primitives/warp/warp.h"
-#include "primitives/warp/warp_nearest.h"
+#include "primitives/warp/warp_kernels.h"
 #include "support/guarded.h"
 
 namespace corvane::test {
@@ -44,59 +47,110 @@ bool SpanOfRow(const double* q, double y, double x0, double x1, bool reach, int3
   return true;
 }
 
-// The affine warp a (x' = a0·x + a1·y + a2, y' = a3·x + a4·y + a5), pixel by
-// pixel: each destination pixel of a row's span takes the source pixel at
-// its position through the inverse, positions accumulated along the row and
-// down the rows from the first.
-void ReferenceWarp(const uint8_t* src, ImageSize srcSize, int32_t srcStep, ImageRect rect,
-                   uint8_t* dst, int32_t dstStep, ImageRect dstRect, const double* a) {
-  rect.width = std::min(rect.width, srcSize.width - rect.x);
-  rect.height = std::min(rect.height, srcSize.height - rect.y);
-  const double x0 = rect.x, y0 = rect.y, x1 = x0 + rect.width - 1, y1 = y0 + rect.height - 1;
-  const double cx[4] = {x0, x1, x1, x0}, cy[4] = {y0, y0, y1, y1};
-  double q[8];
-  for (int i = 0; i < 4; ++i) {
-    q[2 * i] = a[0] * cx[i] + a[1] * cy[i] + a[2];
-    q[2 * i + 1] = a[3] * cx[i] + a[4] * cy[i] + a[5];
-  }
-  // The inverse from the rectangle and its picture.
-  const double ex = q[2] - q[0], ey = q[3] - q[1], fx = q[4] - q[2], fy = q[5] - q[3];
-  const double d = 1.0 / (ex * fy - fx * ey), s = (x1 - x0) * d, t = (y1 - y0) * d;
-  const double i0 = fy * s, i1 = -(s * fx), i3 = -(ey * t), i4 = t * ex;
-  const double i2 = x0 - i0 * q[0] - i1 * q[1], i5 = y0 - i3 * q[0] - i4 * q[1];
-  const double minY = std::max(std::min({q[1], q[3], q[5], q[7]}), double(dstRect.y));
-  const double maxY =
-      std::min(std::max({q[1], q[3], q[5], q[7]}), dstRect.y + dstRect.height - 1.0);
-  // Clipped to no height, the picture is a bare segment: no reach.
-  const bool segment = minY == maxY;
-  double baseU = std::ceil(minY) * i1 + i2, baseV = std::ceil(minY) * i4 + i5;
-  for (double y = std::ceil(minY); y <= std::floor(maxY); y += 1.0, baseU += i1, baseV += i4) {
-    int32_t left = 0, right = -1;
-    if (!SpanOfRow(q, y, dstRect.x, dstRect.x + dstRect.width - 1, !segment, &left, &right)) {
-      continue;
-    }
-    double u = left * i0 + baseU + 0.5, v = left * i3 + baseV + 0.5;
-    for (int32_t x = left; x <= right; ++x, u += i0, v += i3) {
-      const int32_t su = int32_t(u), sv = int32_t(v);
-      ASSERT_TRUE(su >= rect.x && su <= x1 && sv >= rect.y && sv <= y1)
-          << "reference position (" << u << ", " << v << ") outside the rectangle";
-      std::memcpy(dst + int64_t(y) * dstStep + 3 * x, src + int64_t(sv) * srcStep + 3 * su, 3);
-    }
-  }
+// Lagrange's weight of the sample at offset -1 (which 0) or 0 (which 1) from
+// s = k/512 - 1, scaled by 16384.
+int32_t Lagrange(int32_t k, int which) {
+  const double s = k / 512.0 - 1;
+  return int32_t(
+      std::lround((which ? (s + 1) * (s - 1) * (s - 2) / 2 : -s * (s - 1) * (s - 2) / 6) * 16384));
 }
 
-// The rectangles and the transform of a case, from its seed: the map of a
-// crop onto a rectangle through the coefficients primitive (exact ratios,
-// ties included), or a rotation with scale, the picture somewhere about a
-// destination rectangle that is the whole image or part of it.
+template <class R, bool Fused>
+R Fma(R a, R b, R c) {
+  return Fused ? std::fma(a, b, c) : a * b + c;
+}
+
+// The designed samplings of a source image of w x h at a position.
+struct Sampling {
+  const uint8_t* src;
+  int64_t step;
+  int32_t w, h, variant;
+  int32_t At(int64_t x, int64_t y, int c) const { return src[y * step + 3 * x + c]; }
+
+  // Affine road: the position carries its + 0.5; off it, rounded, ties to even.
+  void Nearest(double u, double v, bool affine, uint8_t* d) const {
+    const int64_t x = affine ? int64_t(u) : std::clamp<int64_t>(std::lrint(float(u)), 0, w - 1);
+    const int64_t y = affine ? int64_t(v) : std::clamp<int64_t>(std::lrint(float(v)), 0, h - 1);
+    for (int c = 0; c < 3; ++c) d[c] = uint8_t(At(x, y, c));
+  }
+  template <class F>
+  void Linear(F u, F v, uint8_t* d) const {
+    const int64_t x = std::clamp(int32_t(u), 0, w - 2), y = std::clamp(int32_t(v), 0, h - 2);
+    const int64_t fx = std::clamp<int64_t>(std::lrint((u - F(x)) * F(16384)), 0, 16384);
+    const int64_t fy = std::clamp<int64_t>(std::lrint((v - F(y)) * F(16384)), 0, 16384);
+    for (int c = 0; c < 3; ++c) {
+      const int64_t top = (At(x, y, c) * (16384 - fx) + At(x + 1, y, c) * fx) >> 8;
+      const int64_t bottom = (At(x, y + 1, c) * (16384 - fx) + At(x + 1, y + 1, c) * fx) >> 8;
+      d[c] = uint8_t((top * (16384 - fy) + bottom * fy + 0x80000) >> 20);
+    }
+  }
+  void Cubic(float u, float v, uint8_t* d) const {
+    if (!(u >= -1 && v >= -1 && u <= w && v <= h)) return;
+    int32_t x = std::min(int32_t(u), w - 3), y = std::min(int32_t(v), h - 3);
+    x -= x > 0, y -= y > 0;
+    const int32_t ku = std::clamp<int32_t>(std::lrint((u - x) * 512.0f), 0, 1536);
+    const int32_t kv = std::clamp<int32_t>(std::lrint((v - y) * 512.0f), 0, 1536);
+    const int32_t wx[4] = {Lagrange(ku, 0), Lagrange(ku, 1), Lagrange(1536 - ku, 1),
+                           Lagrange(1536 - ku, 0)};
+    const int32_t wy[4] = {Lagrange(kv, 0), Lagrange(kv, 1), Lagrange(1536 - kv, 1),
+                           Lagrange(1536 - kv, 0)};
+    for (int c = 0; c < 3; ++c) {
+      int32_t sum = 0;
+      for (int j = 0; j < 4; ++j) {
+        int32_t across = 0;
+        for (int i = 0; i < 4; ++i) across += wx[i] * At(x + i, y + j, c);
+        sum += wy[j] * int16_t(across >> 8);
+      }
+      d[c] = uint8_t(std::clamp((sum + 0x80000) >> 20, 0, 255));
+    }
+  }
+  template <class R, bool Fused>
+  void CatmullRom(double u, double v, uint8_t* d) const {
+    const int64_t x = int64_t(u + 1e-7), y = int64_t(v + 1e-7);
+    R wx[4], wy[4];
+    for (const auto& [t, wt] : {std::pair{R(u - x), wx}, {R(v - y), wy}}) {
+      const R t2 = t * t;
+      wt[0] = Fma<R, Fused>(Fma<R, Fused>(-0.5, t2, -0.5), t, t2);
+      wt[1] = Fma<R, Fused>(Fma<R, Fused>(1.5, t, -2.5), t2, 1);
+      wt[2] = (Fma<R, Fused>(-1.5, t2, 2 * t) + R(0.5)) * t;
+      wt[3] = Fma<R, Fused>(t, t, -t) * t * R(0.5);
+    }
+    for (int c = 0; c < 3; ++c) {
+      R value = 0;
+      for (int j = 0; j < 4; ++j) {
+        const int64_t row = std::clamp<int64_t>(y - 1 + j, 0, h - 1);
+        R across = wx[0] * R(At(std::clamp<int64_t>(x - 1, 0, w - 1), row, c));
+        for (int i = 1; i < 4; ++i)
+          across =
+              Fma<R, Fused>(wx[i], R(At(std::clamp<int64_t>(x - 1 + i, 0, w - 1), row, c)), across);
+        value = j ? Fma<R, Fused>(wy[j], across, value) : wy[0] * across;
+      }
+      d[c] = value > 255 ? 255 : value < 0 ? 0 : uint8_t(int32_t(value + R(0.5)));
+    }
+  }
+  void Take(uint32_t mode, double u, double v, bool affine, uint8_t* d) const {
+    if (mode == WarpNearest) return Nearest(u, v, affine, d);
+    if (mode == WarpLinear) return affine ? Linear(u, v, d) : Linear(float(u), float(v), d);
+    if (mode == WarpCubic) return Cubic(float(u), float(v), d);
+    if (variant == 0) return CatmullRom<double, false>(u, v, d);
+    if (variant < 4) return CatmullRom<float, false>(u, v, d);
+    CatmullRom<float, true>(u, v, d);
+  }
+};
+
+// Arg: `border` holds the interpolation, `kind` the map: 0 crop and scale,
+// 1 rotation with scale and shear, 2..5 maps with x·y terms whose inverse is
+// solved in mode kind - 2 (a quad, quads with edges 0-1 and 2-3 or 1-2 and
+// 3-0 parallel, a rotation with an x·y term too small to count).
 struct Map {
   ImageRect srcRect, dstRect;
   double c[8];
 };
 Map MapOf(const Frame& f) {
   std::mt19937 r(static_cast<uint32_t>(f.seed));
+  auto any = [&r](double lo, double hi) { return lo + (hi - lo) * RandomInt(r, 0, 1000) * 1e-3; };
   const int32_t dw = f.roi.width, dh = f.roi.height;
-  Map m{{RandomInt(r, 0, f.srcSize.width - 2), RandomInt(r, 0, f.srcSize.height - 2), 0, 0},
+  Map m{{RandomInt(r, 0, f.srcSize.width - 1), RandomInt(r, 0, f.srcSize.height - 1), 0, 0},
         {0, 0, dw, dh},
         {}};
   m.srcRect.width = RandomInt(r, 2, f.srcSize.width - m.srcRect.x + 20);  // may run past the edge
@@ -106,30 +160,104 @@ Map MapOf(const Frame& f) {
     m.dstRect.width = RandomInt(r, 1, dw - m.dstRect.x);
     m.dstRect.height = RandomInt(r, 1, dh - m.dstRect.y);
   }
-  if (f.arg.kind == 0) {
-    const double x = RandomInt(r, -dw / 2, dw - 1), y = RandomInt(r, -dh / 2, dh - 1);
-    const double w = RandomInt(r, 1, 120), h = RandomInt(r, 1, 120);
-    const double quad[8] = {x, y, x + w, y, x + w, y + h, x, y + h};
-    EXPECT_EQ(ownGetBilinearCoeffs(m.srcRect, quad, m.c), StatusOk);
-    return m;
+  const double x = any(-dw / 2, dw), y = any(-dh / 2, dh);
+  if (f.arg.kind == 1 || f.arg.kind == 5) {  // the latter with an x·y term of no weight
+    const double angle = any(0, 6.283), cs = std::cos(angle), sn = std::sin(angle);
+    const double sx = any(0.2, 3), sy = any(0.2, 3), k = any(-1, 1);
+    const double mx = m.srcRect.x + m.srcRect.width / 2.0,
+                 my = m.srcRect.y + m.srcRect.height / 2.0;
+    const double a[4] = {sx * cs, k * cs - sy * sn, sx * sn, k * sn + sy * cs};
+    const double c[8] = {
+        f.arg.kind == 5 ? 1e-20 : 0.0, a[0], a[1], x - a[0] * mx - a[1] * my, 0, a[2], a[3],
+        y - a[2] * mx - a[3] * my};
+    return std::memcpy(m.c, c, sizeof c), m;
   }
-  const double angle = RandomInt(r, 0, 6283) * 1e-3, cs = std::cos(angle), sn = std::sin(angle);
-  const double sx = RandomInt(r, 200, 3000) * 1e-3, sy = RandomInt(r, 200, 3000) * 1e-3;
-  const double mx = m.srcRect.x + m.srcRect.width / 2.0, my = m.srcRect.y + m.srcRect.height / 2.0;
-  const double tx = RandomInt(r, 0, dw * 1000) * 1e-3, ty = RandomInt(r, 0, dh * 1000) * 1e-3;
-  const double c[8] = {0, sx * cs, -sy * sn, tx - (sx * cs * mx - sy * sn * my),
-                       0, sx * sn, sy * cs,  ty - (sx * sn * mx + sy * cs * my)};
-  std::memcpy(m.c, c, sizeof c);
+  // Whole-pixel corners keep parallel edges parallel and the others clearly not.
+  const double lambda = RandomInt(r, 2, 6) / 4.0 + (RandomInt(r, 0, 1) ? 0.0 : 0.25);
+  const int32_t qx = int32_t(x), qy = int32_t(y), qw = RandomInt(r, 3, 120),
+                qh = RandomInt(r, 3, 120);
+  const int32_t sx = f.arg.kind ? RandomInt(r, 1, qw / 3 + 1) * (RandomInt(r, 0, 1) * 2 - 1) : 0;
+  const int32_t sy = f.arg.kind ? RandomInt(r, 1, qh / 3 + 1) * (RandomInt(r, 0, 1) * 2 - 1) : 0;
+  double q[8] = {double(qx),      double(qy),      double(qx + qw), double(qy + sy),
+                 double(qx + qw), double(qy + qh), double(qx + sx), double(qy + qh)};
+  if (f.arg.kind == 2) {
+    for (int i = 0; i < 8; ++i) q[i] += RandomInt(r, -(i % 2 ? qh : qw) / 7, (i % 2 ? qh : qw) / 7);
+  } else if (f.arg.kind >= 3) {
+    // Point 2 (or 3) from point 3 (or 0) along edge 0-1 (or 1-2), λ times as long.
+    const int to = f.arg.kind == 3 ? 4 : 6, from = f.arg.kind == 3 ? 6 : 0;
+    const int e = f.arg.kind == 3 ? 0 : 2;
+    for (int i = 0; i < 2; ++i) q[to + i] = q[from + i] + lambda * (q[e + 2 + i] - q[e + i]);
+  }
+  // Off the pixel grid, where a rounding can't decide whether an edge covers a pixel.
+  for (int i = 0; i < 8 && f.arg.kind >= 2; ++i) q[i] += i % 2 ? 0.7071 : 0.3183;
+  if (ownGetBilinearCoeffs(m.srcRect, q, m.c) != StatusOk) m.c[1] = 1, m.c[6] = 1;  // identity
   return m;
 }
 
-// Source and destination regions are whole images, pixel (0, 0) first.
+// The picture of the clipped source rectangle and how its pixels sample:
+// the reference's own affine inverse, the library's parameters off it.
+void WarpReference(const Frame& f) {
+  Map m = MapOf(f);
+  ImageRect& rect = m.srcRect;
+  rect.width = std::min(rect.width, f.srcSize.width - rect.x);
+  rect.height = std::min(rect.height, f.srcSize.height - rect.y);
+  if (rect.width < 2 || rect.height < 2) return;
+  uint32_t mode = f.arg.border;
+  if (f.srcSize.width == 1 || f.srcSize.height == 1) mode = WarpNearest;
+  if (mode == WarpCubic && (f.srcSize.width < 4 || f.srcSize.height < 4)) mode = WarpLinear;
+  const double* c = m.c;
+  const bool affine = c[0] == 0 && c[4] == 0;
+  const double x0 = rect.x, y0 = rect.y, x1 = x0 + rect.width - 1, y1 = y0 + rect.height - 1;
+  const double cx[4] = {x0, x1, x1, x0}, cy[4] = {y0, y0, y1, y1};
+  double q[8];
+  for (int i = 0; i < 4; ++i) {
+    q[2 * i] = affine ? c[1] * cx[i] + c[2] * cy[i] + c[3]
+                      : (c[0] * cy[i] + c[1]) * cx[i] + (c[2] * cy[i] + c[3]);
+    q[2 * i + 1] = affine ? c[5] * cx[i] + c[6] * cy[i] + c[7]
+                          : (c[4] * cy[i] + c[5]) * cx[i] + (c[6] * cy[i] + c[7]);
+  }
+  if (m7::ownClassifyQuad(q) < 0) return;
+  // The inverse from the rectangle and its picture.
+  const double ex = q[2] - q[0], ey = q[3] - q[1], fx = q[4] - q[2], fy = q[5] - q[3];
+  const double d = 1.0 / (ex * fy - fx * ey), s = (x1 - x0) * d, t = (y1 - y0) * d;
+  const double i0 = fy * s, i1 = -(s * fx), i3 = -(ey * t), i4 = t * ex;
+  const double i2 = x0 - i0 * q[0] - i1 * q[1], i5 = y0 - i3 * q[0] - i4 * q[1];
+  BilinearInverse b;
+  m7::ownBilinearInverse(q, {rect.x, rect.y, int64_t(x1), int64_t(y1)}, m7::ownQuadOrientation(q),
+                         &b);
+  const double* p = b.p;
+  const Sampling sampling{f.src, f.srcStep, f.srcSize.width, f.srcSize.height, f.variant};
+  const double minY = std::max(std::min({q[1], q[3], q[5], q[7]}), double(m.dstRect.y));
+  const double maxY =
+      std::min(std::max({q[1], q[3], q[5], q[7]}), m.dstRect.y + m.dstRect.height - 1.0);
+  const bool segment = minY == maxY;  // clipped to no height: no reach
+  double baseU = std::ceil(minY) * i1 + i2, baseV = std::ceil(minY) * i4 + i5;
+  for (double y = std::ceil(minY); y <= std::floor(maxY); y += 1.0, baseU += i1, baseV += i4) {
+    int32_t left = 0, right = -1;
+    SpanOfRow(q, y, m.dstRect.x, m.dstRect.x + m.dstRect.width - 1, !segment, &left, &right);
+    const double half = mode == WarpNearest ? 0.5 : 0.0;
+    double u = left * i0 + baseU + half, v = left * i3 + baseV + half;
+    double bb = p[0] * left + p[1] * y + p[2], cc = p[4] * left + p[6] * y + p[8];
+    double gg = p[5] * left + p[7] * y + p[9];
+    for (int32_t x = left; x <= right; ++x, u += i0, v += i3, bb += p[0], cc += p[4], gg += p[5]) {
+      if (!affine) {
+        const double root = std::sqrt(bb * bb - cc), s = b.rootSign ? bb + root : bb - root;
+        const int sm = b.solveMode;
+        u = sm == 0 ? s + p[10] : sm == 1 ? cc / bb + p[10] : cc;
+        v = sm == 0 ? p[3] * s + gg : sm == 2 ? gg / bb + p[10] : gg;
+        ASSERT_NEAR((c[0] * v + c[1]) * u + c[2] * v + c[3], x, 1e-6) << "mode " << sm;
+        ASSERT_NEAR((c[4] * v + c[5]) * u + c[6] * v + c[7], y, 1e-6) << "mode " << sm;
+      }
+      sampling.Take(mode, u, v, affine, f.dst + int64_t(y) * f.dstStep + 3 * x);
+    }
+  }
+}
+
 void Warp(const Frame& f) {
   const Map m = MapOf(f);
   int32_t size = 0;
   const PrimitiveStatus sized =
-      ownWarpBilinearBufferSize(f.srcSize, m.srcRect, m.dstRect, 0, m.c, WarpNearest, &size);
-  ASSERT_TRUE(sized == StatusOk || sized == StatusNoOverlap) << sized;
+      ownWarpBilinearBufferSize(f.srcSize, m.srcRect, m.dstRect, 0, m.c, f.arg.border, &size);
   PageBuffer scratch(sized == StatusOk ? size_t(size) : 64);
   // The caller's underflow mask and sticky flag come back as they were.
   constexpr unsigned kUnderflow = _MM_MASK_UNDERFLOW | _MM_EXCEPT_UNDERFLOW;
@@ -137,29 +265,25 @@ void Warp(const Frame& f) {
   _mm_setcsr(state);
   const PrimitiveStatus status =
       ownWarpBilinear_8u_C3R(f.src, f.srcSize, f.srcStep, m.srcRect, f.dst, f.dstStep, m.dstRect,
-                             m.c, WarpNearest, scratch.data());
+                             m.c, f.arg.border, scratch.data());
   const unsigned after = _mm_getcsr();
   _mm_setcsr(saved);
   EXPECT_EQ(status, sized);
   EXPECT_EQ(after & kUnderflow, state & kUnderflow);
 }
 
-void WarpReference(const Frame& f) {
-  const Map m = MapOf(f);
-  const double a[6] = {m.c[1], m.c[2], m.c[3], m.c[5], m.c[6], m.c[7]};
-  ReferenceWarp(f.src, f.srcSize, f.srcStep, m.srcRect, f.dst, f.dstStep, m.dstRect, a);
-}
-
-// A source image of random size, from the case's seed.
+// A source image of random size, at least Least and often at most 4 pixels
+// wide or high, from the case's seed.
 template <int32_t Least>
 ImageSize SourceOf(ImageSize, const Arg&, uint64_t seed) {
   std::mt19937 r(static_cast<uint32_t>(seed >> 32));
-  return {RandomInt(r, Least, 90), RandomInt(r, Least, 90)};
+  const int32_t w = RandomInt(r, Least, RandomInt(r, 0, 3) ? 90 : 4);
+  return {w, RandomInt(r, Least, RandomInt(r, 0, 3) ? 90 : 4)};
 }
 
-// The kernel alone, with row tables of any shape: spans that start and end
-// anywhere, empty rows, maps without rotation (each span's positions reused
-// down the rows) and with it; every position stays inside the source.
+// The affine kernels alone, with row tables of any shape: spans that start
+// and end anywhere, empty rows, maps without rotation (positions shared down
+// the rows, the separable road) and with it; every position inside the source.
 struct Spans {
   int32_t yMin;
   std::vector<int32_t> table;
@@ -172,53 +296,59 @@ Spans SpansOf(const Frame& f) {
   for (int32_t y = t.yMin; y < rows; ++y) {
     t.table.push_back(RandomInt(r, 0, dw - 1));
     t.table.push_back(RandomInt(r, t.table.back() - 3, dw - 1));  // some rows empty
+    if (RandomInt(r, 0, 1) && y > t.yMin) std::copy_n(t.table.end() - 4, 2, t.table.end() - 2);
   }
-  const double turn = f.arg.kind ? 0.25 : 0.0;
-  const double i0 = (f.srcSize.width - 1.0) / (dw + turn * rows) * 0.999;
+  const double turn = f.arg.kind ? 0.25 : 0.0, sign = RandomInt(r, 0, 1) ? 1 : -1;
+  const double i0 = (f.srcSize.width - 1.0) / (dw + turn * rows) * 0.999 * sign;
   const double i4 = (f.srcSize.height - 1.0) / (rows + turn * dw) * 0.999;
-  const double inverse[6] = {i0, turn * i0, 0.0, turn * i4, i4, 0.0};
+  const double inverse[6] = {i0, turn * i0, sign < 0 ? f.srcSize.width - 1.0 : 0, turn * i4, i4, 0};
   std::memcpy(t.i, inverse, sizeof inverse);
   return t;
 }
 
-const decltype(&m7::ownWarpAffineNearest_8u_C3) kNearest[] =
-    CORVANE_EACH_PATH(ownWarpAffineNearest_8u_C3);
+using Kernel = decltype(&m7::ownWarpAffineNearest_8u_C3);
+const Kernel kKernels[4][6] = {
+    CORVANE_EACH_PATH(ownWarpAffineNearest_8u_C3), CORVANE_EACH_PATH(ownWarpAffineLinear_8u_C3),
+    CORVANE_EACH_PATH(ownWarpAffineCubic_8u_C3), CORVANE_EACH_PATH(ownWarpAffineCatmullRom_8u_C3)};
 
-void Kernel(const Frame& f) {
+void KernelRun(const Frame& f) {
   const Spans t = SpansOf(f);
   std::vector<uint8_t> work(size_t(f.roi.width) * 8 + 64);
   uint8_t* area = work.data() + (64 - reinterpret_cast<uintptr_t>(work.data()) % 64) % 64;
-  kNearest[f.variant](f.src, f.dst + intptr_t{t.yMin} * f.dstStep, f.srcStep, f.dstStep, t.yMin,
-                      f.roi.height - 1, t.table.data(), t.i, f.srcSize.width - 1,
-                      f.srcSize.height - 1, area);
+  kKernels[f.arg.border / 2][f.variant](f.src, f.dst + intptr_t{t.yMin} * f.dstStep, f.srcStep,
+                                        f.dstStep, t.yMin, f.roi.height - 1, t.table.data(), t.i,
+                                        f.srcSize.width - 1, f.srcSize.height - 1, area);
 }
 
-// The designed sums, done plainly.
 void KernelReference(const Frame& f) {
   const Spans t = SpansOf(f);
+  const Sampling sampling{f.src, f.srcStep, f.srcSize.width, f.srcSize.height, f.variant};
+  const double half = f.arg.border == WarpNearest ? 0.5 : 0.0;
   double bu = t.yMin * t.i[1] + t.i[2], bv = t.yMin * t.i[4] + t.i[5];
   for (int32_t y = t.yMin; y < f.roi.height; ++y, bu += t.i[1], bv += t.i[4]) {
     const int32_t left = t.table[2 * (y - t.yMin)], right = t.table[2 * (y - t.yMin) + 1];
-    double u = left * t.i[0] + bu + 0.5, v = left * t.i[3] + bv + 0.5;
+    double u = left * t.i[0] + bu + half, v = left * t.i[3] + bv + half;
     for (int32_t x = left; x <= right; ++x, u += t.i[0], v += t.i[3]) {
-      std::memcpy(f.dst + intptr_t{y} * f.dstStep + 3 * x,
-                  f.src + int64_t(v) * f.srcStep + 3 * int64_t(u), 3);
+      sampling.Take(f.arg.border, u, v, true, f.dst + intptr_t{y} * f.dstStep + 3 * x);
     }
   }
 }
 
 const bool kRows = [] {
-  Row warp{"warp_nearest_8u_C3",
-           {1, 3},
-           {{"crop and scale"}, {"rotation", {}, {}, 0, 1}},
-           Warp,
-           WarpReference};
-  Row kernel{"warp_affine_nearest_kernel",
-             {1, 3},
-             {{"axis-aligned"}, {"turned", {}, {}, 0, 1}},
-             Kernel,
-             KernelReference};
-  warp.source = SourceOf<2>, kernel.source = SourceOf<1>;
+  const char* modes[] = {"", "nearest", "linear", "", "cubic", "", "Catmull-Rom"};
+  const char* maps[] = {"crop and scale", "rotation",     "quad",
+                        "trapezoid",      "trapezoid up", "rotation with a hair of x·y"};
+  std::vector<Arg> warps, kernels;
+  for (uint32_t mode : {1, 2, 4, 6}) {
+    for (int32_t kind = 0; kind < (mode == 6 ? 2 : 6); ++kind)
+      warps.push_back({std::string(modes[mode]) + ", " + maps[kind], {}, {}, mode, kind});
+    for (int32_t kind = 0; kind < 2; ++kind)
+      kernels.push_back(
+          {std::string(modes[mode]) + (kind ? ", turned" : ", axis-aligned"), {}, {}, mode, kind});
+  }
+  Row warp{"warp_8u_C3", {1, 3}, warps, Warp, WarpReference};
+  Row kernel{"warp_affine_kernel", {1, 3}, kernels, KernelRun, KernelReference};
+  warp.source = SourceOf<1>, kernel.source = SourceOf<4>;
   return AddRow(warp) && AddRow(kernel);
 }();
 
@@ -309,13 +439,10 @@ const bool kRefusals =
          {"one column left", -57, [](W c) { c.x = 15; }},
          {"one-column image", -57, [](W c) { c.w = 1, c.mode = 2; }},
          {"misses the destination", 30, [](W c) { c.c = kAway; }},
-         {"linear not served yet", -23, [](W c) { c.mode = WarpLinear; }},
-         {"smooth edge not served yet", -23, [](W c) { c.mode |= WarpSmoothEdge; }},
          {"x·y terms: null scratch", -8, [](W c) { c.c = kBent, c.scratch = nullptr; }},
          {"x·y terms: stride 0", -16, [](W c) { c.c = kBent, c.dstStep = 0, c.mode = 3; }},
          {"x·y terms: mode 6", -23, [](W c) { c.c = kBent, c.mode = 6; }},
-         {"x·y terms: misses", 30, [](W c) { c.c = kBentAway; }},
-         {"x·y terms not served yet", -23, [](W c) { c.c = kBent; }}},
+         {"x·y terms: misses", 30, [](W c) { c.c = kBentAway; }}},
         false);  // the scratch means nothing after a call
 
 }  // namespace

@@ -1,0 +1,155 @@
+// Linear sampling, three 8-bit channels: the affine road's kernel (positions
+// in doubles) and the bilinear road's row sampler (positions in floats), on
+// one blend of 2x2 pixels by 14-bit weights,
+//   top = (a·(16384 - fx) + b·fx) >> 8, bottom likewise one row down,
+//   result = (top·(16384 - fy) + bottom·fy + 0x80000) >> 20,
+// with iu = trunc(u) (one less in the last column) and fx = (u - iu)·16384
+// rounded to nearest; v likewise. Integer sums: every code path gives the
+// same bytes. Built once per code path.
+#include <immintrin.h>
+
+#include <cstring>
+
+#include "primitives/warp/warp_kernels.h"
+
+namespace corvane::CORVANE_VARIANT {
+namespace {
+
+#include "primitives/warp/warp_pixels.inc"
+#include "primitives/warp/warp_separable.inc"
+
+// Pixel and weights of a position: (iu, iv) and (fx, fy) in lanes 0 and 1.
+// The pixel is kept where it has a neighbour right and below (and inside the
+// image whatever the position), the fraction to 0..16384.
+struct Split {
+  __m128i whole;
+  __m128i fraction;
+};
+
+WARP_INLINE Split SplitOf(__m128d uv, __m128i lastPair) {
+  const __m128i whole = Clamp32(_mm_cvttpd_epi32(uv), _mm_setzero_si128(), lastPair);
+  const __m128d f = _mm_mul_pd(_mm_sub_pd(uv, _mm_cvtepi32_pd(whole)), _mm_set1_pd(kOne14));
+  return {whole, Clamp32(_mm_cvtpd_epi32(f), _mm_setzero_si128(), _mm_set1_epi32(kOne14))};
+}
+
+WARP_INLINE Split SplitOf(__m128 uv, __m128i lastPair) {
+  const __m128i whole = Clamp32(_mm_cvttps_epi32(uv), _mm_setzero_si128(), lastPair);
+  const __m128 f = _mm_mul_ps(_mm_sub_ps(uv, _mm_cvtepi32_ps(whole)), _mm_set1_ps(kOne14));
+  return {whole, Clamp32(_mm_cvtps_epi32(f), _mm_setzero_si128(), _mm_set1_epi32(kOne14))};
+}
+
+// The last pixel that has a neighbour right and below, in lanes 0 and 1 (an
+// image one pixel wide or high never comes here).
+__m128i LastPairOf(const Source& s) {
+  return Max32(_mm_setr_epi32(s.lastColumn - 1, s.lastRow - 1, 0, 0), _mm_setzero_si128());
+}
+
+// (first, second) weight pairs of lanes 0 and 1 of a split, in lanes 0 and 1.
+WARP_INLINE __m128i WeightsOf(const Split& p) {
+  return PairUp(_mm_sub_epi32(_mm_set1_epi32(kOne14), p.fraction), p.fraction);
+}
+
+WARP_INLINE void Pixel(const Source& s, const Split& p, uint8_t* d, bool widen) {
+  const int64_t offset = int64_t(_mm_cvtsi128_si32(_mm_shuffle_epi32(p.whole, 0x55))) * s.step +
+                         3 * int64_t(_mm_cvtsi128_si32(p.whole));
+  const __m128i w = WeightsOf(p);
+  const __m128i across = _mm_shuffle_epi32(w, 0x00), down = _mm_shuffle_epi32(w, 0x55);
+  uint8_t spare[2][16];
+  const __m128i top =
+      _mm_srai_epi32(_mm_madd_epi16(PixelPairs(Reach(s, offset, 6, spare[0])), across), 8);
+  const __m128i bottom =
+      _mm_srai_epi32(_mm_madd_epi16(PixelPairs(Reach(s, offset + s.step, 6, spare[1])), across), 8);
+  Store3(d, Finish20(_mm_madd_epi16(PairUp(top, bottom), down)), widen);
+}
+
+// The separable road's linear mode.
+struct LinearMode {
+  static constexpr int32_t kTaps = 2;
+
+  static Column ColumnAt(double u, const Source& s) {
+    const Split p = SplitOf(_mm_set_sd(u), LastPairOf(s));
+    return {3 * int64_t(_mm_cvtsi128_si32(p.whole)), {_mm_cvtsi128_si32(WeightsOf(p)), 0}, true};
+  }
+
+  static bool RowAt(double v, const Source& s, int32_t* row, __m128i* down) {
+    const Split p = SplitOf(_mm_set_pd(v, 0.0), LastPairOf(s));
+    *row = _mm_cvtsi128_si32(_mm_shuffle_epi32(p.whole, 0x55));
+    *down = _mm_shuffle_epi32(WeightsOf(p), 0x55);
+    return true;
+  }
+
+  static void Across(const Source& s, int64_t rowOffset, const Column* columns, int32_t n,
+                     int16_t* out) {
+    uint8_t spare[16];
+    for (int32_t k = 0; k < n; ++k) {
+      const __m128i pairs = PixelPairs(Reach(s, rowOffset + columns[k].offset, 6, spare));
+      const __m128i sum =
+          _mm_srai_epi32(_mm_madd_epi16(pairs, _mm_set1_epi32(columns[k].weights[0])), 8);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 3 * k), _mm_packs_epi32(sum, sum));
+    }
+  }
+
+  static void Down(const int16_t* const* taps, __m128i down, int32_t elements, uint8_t* d) {
+    const __m128i round = _mm_set1_epi32(0x80000);
+    for (int32_t e = 0; e < elements; e += 8) {
+      const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(taps[0] + e));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(taps[1] + e));
+      const __m128i lo =
+          _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(t, b), down), round), 20);
+      const __m128i hi =
+          _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(t, b), down), round), 20);
+      const __m128i words = _mm_packs_epi32(lo, hi);
+      const __m128i bytes = _mm_packus_epi16(words, words);
+      if (elements - e >= 8) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(d + e), bytes);
+      } else {
+        uint8_t last[16];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(last), bytes);
+        std::memcpy(d + e, last, size_t(elements - e));
+      }
+    }
+  }
+};
+
+}  // namespace
+
+void ownWarpAffineLinear_8u_C3(const uint8_t* src, uint8_t* dstRow, int32_t srcStep,
+                               int32_t dstStep, int32_t yMin, int32_t yMax, const int32_t* rowTable,
+                               const double* inverse, int32_t lastColumn, int32_t lastRow,
+                               uint8_t*) {
+  if (yMax < yMin) return;
+  const Source s = SourceOf(src, srcStep, lastColumn, lastRow);
+  if (IsSeparable(inverse)) {
+    Separable<LinearMode>(s, inverse).Run(dstRow, dstStep, yMin, yMax, rowTable);
+    return;
+  }
+  // Lane 0 carries u, lane 1 v.
+  const __m128d step = _mm_set_pd(inverse[3], inverse[0]);
+  const __m128d rowStep = _mm_set_pd(inverse[4], inverse[1]);
+  __m128d base = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(yMin)), rowStep),
+                            _mm_set_pd(inverse[5], inverse[2]));
+  const __m128i lastPair = LastPairOf(s);
+  const int64_t rows = int64_t(yMax) - yMin + 1;
+  for (int64_t r = 0; r < rows; ++r, dstRow += dstStep) {
+    const int32_t left = rowTable[2 * r], right = rowTable[2 * r + 1];
+    __m128d acc = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(left)), step), base);
+    base = _mm_add_pd(base, rowStep);
+    uint8_t* d = dstRow + 3 * int64_t(left);
+    for (int64_t x = left; x <= right; ++x, d += 3, acc = _mm_add_pd(acc, step)) {
+      Pixel(s, SplitOf(acc, lastPair), d, x < right);
+    }
+  }
+}
+
+void ownWarpRowLinear_8u_C3(const uint8_t* src, int32_t srcStep, int32_t lastColumn,
+                            int32_t lastRow, const float* u, const float* v, int32_t count,
+                            uint8_t* dst) {
+  const Source s = SourceOf(src, srcStep, lastColumn, lastRow);
+  const __m128i lastPair = LastPairOf(s);
+  for (int32_t k = 0; k < count; ++k, dst += 3) {
+    const __m128 uv = _mm_unpacklo_ps(_mm_load_ss(u + k), _mm_load_ss(v + k));
+    Pixel(s, SplitOf(uv, lastPair), dst, k + 1 < count);
+  }
+}
+
+}  // namespace corvane::CORVANE_VARIANT

@@ -202,9 +202,9 @@ void FillRowTable(const Polygon& poly, int32_t orientation, int32_t firstRow, in
 
 bool InInt32(double v) { return v >= -2147483648.0 && v <= 2147483647.0; }
 
-bool AllFinite(const double* quad) {
-  for (int i = 0; i < 8; ++i) {
-    if (!__builtin_isfinite(quad[i])) return false;
+bool AllFinite(const double* values, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    if (!__builtin_isfinite(values[i])) return false;
   }
   return true;
 }
@@ -213,7 +213,7 @@ bool AllFinite(const double* quad) {
 
 int32_t ownClipQuad(const double* quad, RectCorners rect, double* points) {
   // A transform that overflowed or wasn't a number leaves nothing.
-  if (!AllFinite(quad)) return 0;
+  if (!AllFinite(quad, 8)) return 0;
   const Box clip{double(rect.x0), double(rect.x1), double(rect.y0), double(rect.y1)};
   Polygon poly;
   poly.n = 4;
@@ -233,7 +233,8 @@ int32_t ownClipQuad(const double* quad, RectCorners rect, double* points) {
   Straighten(poly, clip);
   RemoveRepeats(poly);
   std::memcpy(points, poly.p, sizeof(Point) * poly.n);
-  return poly.n;
+  // Corners near the ends of the double range can cut an edge at no number.
+  return AllFinite(points, 2 * poly.n) ? poly.n : 0;
 }
 
 int32_t ownQuadRowRange(const double* quad, RectCorners rect, int32_t orientation,

@@ -63,11 +63,15 @@ int32_t corvane_resize(const corvane_image* src, corvane_rect srcRect, const cor
   if (PrimitiveStatus s = CheckImages({src, dst}, CORVANE_8U_C3, 3)) return s;
   const ImageRect rect = corvane::library::RectOf(srcRect);
   if (!corvane::library::Inside(rect, *src)) return corvane::StatusSize;
-  // The first and last pixel centres of the crop go onto those of dst, so
-  // that every pixel of dst lies inside the picture (one pixel is reached
-  // from a side of length 1).
-  const double w = dst->width > 1 ? dst->width - 1 : 1, h = dst->height > 1 ? dst->height - 1 : 1;
-  const double quad[8] = {0, 0, w, 0, w, h, 0, h};
+  // The first and last pixel centres of the crop go onto those of dst (one
+  // pixel is reached from a side of length 1). The picture reaches a hair
+  // beyond them, or a rounding of the coefficients could leave dst's last
+  // row or column outside it, unwritten; samplers hold positions that far
+  // past the crop's last pixel to it.
+  constexpr double kHair = 1e-7;
+  const double w = (dst->width > 1 ? dst->width - 1 : 1) + kHair,
+               h = (dst->height > 1 ? dst->height - 1 : 1) + kHair;
+  const double quad[8] = {-kHair, -kHair, w, -kHair, w, h, -kHair, h};
   return WarpOnto(*src, rect, *dst, quad, interpolation);
 }
 

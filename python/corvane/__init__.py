@@ -16,9 +16,10 @@ from typing import Iterator, List, Optional, Union
 import numpy
 
 from . import _corvane
-from ._corvane import DecodeError
+from ._corvane import DecodeError, resize, warp, warp_quad
 
-__all__ = ["open", "Reader", "Decoder", "Frame", "DecodeError", "sharpen", "__version__"]
+__all__ = ["open", "Reader", "Decoder", "Frame", "DecodeError", "sharpen", "warp", "warp_quad",
+           "resize", "__version__"]
 
 __version__: str = _corvane.version()
 """The library's version, "MAJOR.MINOR.PATCH"."""

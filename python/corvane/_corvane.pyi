@@ -1,5 +1,5 @@
 """Type hints of the compiled part of corvane."""
-from typing import Optional, Tuple, Union
+from typing import Optional, Sequence, Tuple, Union
 
 import numpy
 
@@ -36,3 +36,11 @@ class Decoder:
 
 def image_layout(img: numpy.ndarray, keep_fourth: bool = ...) -> Tuple[int, int, int, int]: ...
 def sharpen(img: numpy.ndarray, border: str = ..., value: object = ...) -> numpy.ndarray: ...
+def warp(img: numpy.ndarray, coeffs: Sequence[float], dsize: Tuple[int, int],
+         interpolation: str = ..., smooth_edge: bool = ...) -> numpy.ndarray: ...
+def warp_quad(img: numpy.ndarray, quad: Sequence[Sequence[float]], dsize: Tuple[int, int],
+              interpolation: str = ..., rect: Optional[Tuple[int, int, int, int]] = ...,
+              smooth_edge: bool = ...) -> numpy.ndarray: ...
+def resize(img: numpy.ndarray, dsize: Tuple[int, int],
+           rect: Optional[Tuple[int, int, int, int]] = ...,
+           interpolation: str = ...) -> numpy.ndarray: ...

@@ -59,4 +59,7 @@ int32_t WithoutGil(Call call) {
 // CORVANE_STATUS_NO_MEMORY.
 void CheckStatus(int32_t status, const char* function);
 
+// Each family's functions, added to the module.
+void DefineWarp(py::module_& m);
+
 }  // namespace corvane::python

@@ -236,4 +236,5 @@ PYBIND11_MODULE(_corvane, m) {
                               view.image.format);
       },
       py::arg("img"), py::arg("keep_fourth") = false);
+  DefineWarp(m);
 }

@@ -1,7 +1,6 @@
 // The geometry of the warp family on every code path: coefficients that take
 // the rectangle's corners onto the quad, quad shapes against exact integer
-// arithmetic, the sizing answer in closed form, and how far a row span
-// reaches.
+// arithmetic. How far a row span reaches is the warp row's to show.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -90,66 +89,6 @@ TEST_P(WarpGeometry, CoefficientsMapTheCornersAndShapesAreExact) {
                                  {0, 0, 8, 0, 4, 4, 0, 8},
                                  {0, 0, 8, 0, 8, 8, 4, 4}};
   for (const double* q : straight) EXPECT_EQ(classify[Variant()](q), QuadDegenerate) << q[4];
-}
-
-// The picture of a 40x30 image scaled by 2 covers rows 0..58 of a 100x100
-// destination, so the sizing answer is known in closed form.
-TEST_P(WarpGeometry, SizingAnswers) {
-  const double scale[8] = {0, 2, 0, 0, 0, 0, 2, 0}, bent[8] = {0.01, 2, 0, 0, 0, 0, 2, 0};
-  const ImageRect all{0, 0, 40, 30};
-  const int32_t forward = ((58 * 8 + 55) & ~31) + 100 * 8 + 128;
-  const struct {
-    ImageRect srcRect;
-    int32_t direction;
-    const double* c;
-    uint32_t mode;
-    int32_t size;
-  } cases[] = {
-      {all, 0, scale, WarpNearest, forward},
-      {all, 0, scale, WarpSmoothEdge | WarpNearest, forward},  // the top bit sizes nothing
-      {{0, 0, 400, 300}, 0, scale, WarpNearest, forward},      // narrowed first
-      {all, 0, bent, WarpCubic, forward},
-      {all, 1, bent, WarpLinear, 100 * 8 + 128},
-      {all, 1, scale, WarpNearest, 14 * 8 + 88},  // x/2 covers rows 0..14
-      {all, 1, scale, WarpCubic, 14 * 8 + 88 + 100 * 8 + 64},
-  };
-  for (const auto& c : cases) {
-    int32_t size = -1;
-    EXPECT_EQ(primitives::ownWarpBilinearBufferSize({40, 30}, c.srcRect, {0, 0, 100, 100},
-                                                    c.direction, c.c, c.mode, &size),
-              StatusOk);
-    EXPECT_EQ(size, c.size) << "direction " << c.direction << ", mode " << c.mode;
-  }
-}
-
-// A boundary within 1e-13 of a column reaches it; corners on the clip keep
-// their sides; quads wholly left of, below or between rows give nothing.
-TEST_P(WarpGeometry, RowSpansReachAndExactCorners) {
-  const decltype(&m7::ownQuadRowRange) rowRange[] = CORVANE_EACH_PATH(ownQuadRowRange);
-  const struct {
-    double leftX, rightX;
-    int32_t wantLeft, wantRight;
-  } cases[] = {{4 + 1e-14, 20 - 1e-14, 4, 20},
-               {4 + 1e-12, 20 - 1e-12, 5, 19},
-               {0, 30, 0, 30},
-               {-7.5, 40.25, 0, 30}};
-  for (const auto& c : cases) {
-    const double quad[8] = {c.leftX, 0, c.rightX, 0, c.rightX, 10, c.leftX, 10};
-    int32_t yMin = 0, yMax = 0, table[22];
-    ASSERT_EQ(rowRange[Variant()](quad, {0, 0, 30, 10}, 1, table, &yMin, &yMax), 1);
-    EXPECT_TRUE(yMin == 0 && yMax == 10);
-    for (int r = 0; r < 11; ++r) {
-      EXPECT_TRUE(table[2 * r] == c.wantLeft && table[2 * r + 1] == c.wantRight)
-          << "edges " << c.leftX << ", " << c.rightX << ": row " << r << " spans " << table[2 * r]
-          << ".." << table[2 * r + 1];
-    }
-  }
-  const double left[8] = {-20, 0, -10, 0, -10, 5, -20, 5}, below[8] = {0, 40, 5, 40, 5, 45, 0, 45};
-  const double thin[8] = {0, 2.25, 5, 2.25, 5, 2.75, 0, 2.75};
-  int32_t yMin = 0, yMax = 0;
-  for (const double* q : {left, below, thin}) {
-    EXPECT_EQ(rowRange[Variant()](q, {0, 0, 30, 10}, 1, nullptr, &yMin, &yMax), 0);
-  }
 }
 
 CORVANE_INSTANTIATE_CODE_PATHS(WarpGeometry);

@@ -30,33 +30,19 @@ cv::Mat Smooth(int w, int h) {
   return m;
 }
 
-// Mean and largest difference over the pixels `inside` (a mask) keeps.
+// Mean and largest difference over the pixels `inside` (a 0/255 mask) keeps.
 void ExpectClose(const cv::Mat& ours, const cv::Mat& peer, const cv::Mat& inside, int maxBound,
                  const char* what) {
-  cv::Mat diff;
+  cv::Mat diff, mask;
   cv::absdiff(ours, peer, diff);
-  double sum = 0, largest = 0, count = 0;
-  for (int y = 0; y < diff.rows; ++y)
-    for (int x = 0; x < diff.cols * 3; ++x)
-      if (inside.at<uint8_t>(y, x / 3))
-        sum += diff.ptr<uint8_t>(y)[x],
-            largest = std::max<double>(largest, diff.ptr<uint8_t>(y)[x]), ++count;
-  ASSERT_GT(count, 300) << what;
-  EXPECT_LT(sum / count, 1.0) << what;
+  cv::merge(std::vector<cv::Mat>(3, inside), mask);
+  double largest = 0;
+  cv::minMaxIdx(diff.reshape(1), nullptr, &largest, nullptr, nullptr, mask.reshape(1));
+  const cv::Scalar sum = cv::sum(diff.mul(mask / 255));
+  const double count = cv::countNonZero(inside);
+  ASSERT_GT(count, 100) << what;
+  EXPECT_LT((sum[0] + sum[1] + sum[2]) / count / 3, 1.0) << what;
   EXPECT_LE(largest, maxBound) << what;
-}
-
-// Pixels two or more pixels inside the picture of the source's corners under
-// `inverse` (destination to source), where borders play no part.
-cv::Mat Interior(cv::Size size, cv::Size src, const cv::Mat& mapX, const cv::Mat& mapY) {
-  cv::Mat inside(size, CV_8U);
-  for (int y = 0; y < size.height; ++y)
-    for (int x = 0; x < size.width; ++x) {
-      const float u = mapX.at<float>(y, x), v = mapY.at<float>(y, x);
-      inside.at<uint8_t>(y, x) = u >= 2 && v >= 2 && u <= src.width - 3 && v <= src.height - 3;
-    }
-  cv::erode(inside, inside, cv::Mat::ones(5, 5, CV_8U));
-  return inside;
 }
 
 TEST(WarpClient, AgreesWithOpenCV) {
@@ -81,7 +67,9 @@ TEST(WarpClient, AgreesWithOpenCV) {
         }
         mapX.at<float>(y, x) = float(u), mapY.at<float>(y, x) = float(v);
       }
-    const cv::Mat inside = Interior(size, src.size(), mapX, mapY);
+    // Where both read inside the source, borders playing no part.
+    const cv::Mat inside =
+        (mapX >= 2) & (mapY >= 2) & (mapX <= src.cols - 3) & (mapY <= src.rows - 3);
     for (const auto& [mode, cvMode] : {std::pair{CORVANE_INTER_LINEAR, cv::INTER_LINEAR},
                                        {CORVANE_INTER_CUBIC, cv::INTER_CUBIC},
                                        {CORVANE_INTER_CATMULL_ROM, cv::INTER_CUBIC}}) {
@@ -109,7 +97,7 @@ TEST(WarpClient, AgreesWithOpenCV) {
                    sy = (crop.height - 1.0) / (to.height - 1);
       const cv::Matx23d inverse(sx, 0, crop.x, 0, sy, crop.y);
       cv::warpAffine(src, peer, inverse, to, cvMode | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
-      ExpectClose(ours, peer, cv::Mat::ones(to, CV_8U), mode == CORVANE_INTER_LINEAR ? 2 : 4,
+      ExpectClose(ours, peer, cv::Mat(to, CV_8U, 255), mode == CORVANE_INTER_LINEAR ? 2 : 4,
                   "resize");
     }
   }
@@ -158,9 +146,10 @@ TEST(WarpClient, SmoothEdgeBlendsOnlyTheOutsidePixels) {
   EXPECT_EQ(cv::norm(plain, smooth, cv::NORM_INF), 0);
 }
 
+// What the exports check before the primitive does.
 TEST(WarpClient, RefusesInOrderAndWritesNothing) {
   cv::Mat src = Smooth(16, 16), dst(16, 16, CV_8UC3, cv::Scalar::all(9));
-  const double c[8] = {0, 1, 0, 0, 0, 0, 1, 0}, bent[8] = {1e-3, 1, 0, 0, 0, 0, 1, 0};
+  const double c[8] = {0, 1, 0, 0, 0, 0, 1, 0};
   const corvane_rect all{0, 0, 16, 16};
   corvane_image in = Of(src), out = Of(dst), gray = in, narrow = out;
   gray.format = CORVANE_8U_C4, narrow.step = 47;
@@ -172,8 +161,6 @@ TEST(WarpClient, RefusesInOrderAndWritesNothing) {
       {corvane_warp(&gray, all, &out, all, c, 2), CORVANE_STATUS_PIXEL_TYPE},
       {corvane_warp(&in, all, &narrow, all, c, 3), CORVANE_STATUS_STEP},
       {corvane_warp(&in, all, &out, {1, 0, 16, 16}, c, 3), CORVANE_STATUS_SIZE},
-      {corvane_warp(&in, all, &out, all, c, 3), CORVANE_STATUS_INTERPOLATION},
-      {corvane_warp(&in, all, &out, all, bent, 6), CORVANE_STATUS_INTERPOLATION},
       {corvane_warp_quad(&in, all, &out, nullptr, 2), CORVANE_STATUS_NULL_POINTER},
       {corvane_resize(&in, {8, 8, 9, 8}, &out, 2), CORVANE_STATUS_SIZE},
       {corvane_resize(&in, all, &out, 5), CORVANE_STATUS_INTERPOLATION},

@@ -116,32 +116,25 @@ void ownWarpAffineCatmullRom_8u_C3(const uint8_t* src, uint8_t* dstRow, int32_t 
                                    int32_t lastColumn, int32_t lastRow, uint8_t*) {
   if (yMax < yMin) return;
   const Source s = SourceOf(src, srcStep, lastColumn, lastRow);
-  const __m128d step = _mm_set_pd(inverse[3], inverse[0]);
-  const __m128d rowStep = _mm_set_pd(inverse[4], inverse[1]);
   const __m128d nudge = _mm_set1_pd(1e-7);
-  __m128d base = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(yMin)), rowStep),
-                            _mm_set_pd(inverse[5], inverse[2]));
-  const int64_t rows = int64_t(yMax) - yMin + 1;
-  for (int64_t r = 0; r < rows; ++r, dstRow += dstStep) {
-    const int32_t left = rowTable[2 * r], right = rowTable[2 * r + 1];
-    __m128d acc = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(left)), step), base);
-    base = _mm_add_pd(base, rowStep);
-    uint8_t* d = dstRow + 3 * int64_t(left);
-    for (int64_t x = left; x <= right; ++x, d += 3, acc = _mm_add_pd(acc, step)) {
-      const __m128i whole = _mm_cvttpd_epi32(_mm_add_pd(acc, nudge));
-      alignas(16) double t[2];
-      _mm_store_pd(t, _mm_sub_pd(acc, _mm_cvtepi32_pd(whole)));
-      const int64_t iu = _mm_cvtsi128_si32(whole);
-      const int64_t iv = _mm_cvtsi128_si32(_mm_shuffle_epi32(whole, 0x55));
-      Real wx[4], wy[4];
-      Weights(Real(t[0]), wx);
-      Weights(Real(t[1]), wy);
-      int64_t at[4], columns[4];
-      Clamped(iv - 1, lastRow, s.step, at);
-      Clamped(iu - 1, lastColumn, 3, columns);
-      Blend(s, at, columns, wx, wy, d);
-    }
-  }
+  ForEachRow(inverse, dstRow, dstStep, yMin, yMax, rowTable,
+             [&](__m128d acc, __m128d step, int32_t left, int32_t right, uint8_t* row) {
+               uint8_t* d = row + 3 * int64_t(left);
+               for (int64_t x = left; x <= right; ++x, d += 3, acc = _mm_add_pd(acc, step)) {
+                 const __m128i whole = _mm_cvttpd_epi32(_mm_add_pd(acc, nudge));
+                 alignas(16) double t[2];
+                 _mm_store_pd(t, _mm_sub_pd(acc, _mm_cvtepi32_pd(whole)));
+                 const int64_t iu = _mm_cvtsi128_si32(whole);
+                 const int64_t iv = _mm_cvtsi128_si32(_mm_shuffle_epi32(whole, 0x55));
+                 Real wx[4], wy[4];
+                 Weights(Real(t[0]), wx);
+                 Weights(Real(t[1]), wy);
+                 int64_t at[4], columns[4];
+                 Clamped(iv - 1, lastRow, s.step, at);
+                 Clamped(iu - 1, lastColumn, 3, columns);
+                 Blend(s, at, columns, wx, wy, d);
+               }
+             });
 }
 
 }  // namespace corvane::CORVANE_VARIANT

@@ -186,27 +186,20 @@ void ownWarpAffineCubic_8u_C3(const uint8_t* src, uint8_t* dstRow, int32_t srcSt
     Separable<CubicMode>(s, inverse).Run(dstRow, dstStep, yMin, yMax, rowTable);
     return;
   }
-  const __m128d step = _mm_set_pd(inverse[3], inverse[0]);
-  const __m128d rowStep = _mm_set_pd(inverse[4], inverse[1]);
-  __m128d base = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(yMin)), rowStep),
-                            _mm_set_pd(inverse[5], inverse[2]));
-  const int64_t rows = int64_t(yMax) - yMin + 1;
-  for (int64_t r = 0; r < rows; ++r, dstRow += dstStep) {
-    const int32_t left = rowTable[2 * r], right = rowTable[2 * r + 1];
-    __m128d acc = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(left)), step), base);
-    base = _mm_add_pd(base, rowStep);
-    if (right < left) continue;
-    // The row's positions as floats: all u, then all v.
-    const int32_t count = right - left + 1;
-    float* u = reinterpret_cast<float*>(workArea);
-    float* v = u + count;
-    for (int32_t k = 0; k < count; ++k, acc = _mm_add_pd(acc, step)) {
-      const __m128 uv = _mm_cvtpd_ps(acc);
-      _mm_store_ss(u + k, uv);
-      _mm_store_ss(v + k, _mm_shuffle_ps(uv, uv, 1));
-    }
-    SampleRow(s, u, v, count, dstRow + 3 * int64_t(left));
-  }
+  ForEachRow(inverse, dstRow, dstStep, yMin, yMax, rowTable,
+             [&](__m128d acc, __m128d step, int32_t left, int32_t right, uint8_t* row) {
+               if (right < left) return;
+               // The row's positions as floats: all u, then all v.
+               const int32_t count = right - left + 1;
+               float* u = reinterpret_cast<float*>(workArea);
+               float* v = u + count;
+               for (int32_t k = 0; k < count; ++k, acc = _mm_add_pd(acc, step)) {
+                 const __m128 uv = _mm_cvtpd_ps(acc);
+                 _mm_store_ss(u + k, uv);
+                 _mm_store_ss(v + k, _mm_shuffle_ps(uv, uv, 1));
+               }
+               SampleRow(s, u, v, count, row + 3 * int64_t(left));
+             });
 }
 
 }  // namespace corvane::CORVANE_VARIANT

@@ -123,22 +123,13 @@ void ownWarpAffineLinear_8u_C3(const uint8_t* src, uint8_t* dstRow, int32_t srcS
     Separable<LinearMode>(s, inverse).Run(dstRow, dstStep, yMin, yMax, rowTable);
     return;
   }
-  // Lane 0 carries u, lane 1 v.
-  const __m128d step = _mm_set_pd(inverse[3], inverse[0]);
-  const __m128d rowStep = _mm_set_pd(inverse[4], inverse[1]);
-  __m128d base = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(yMin)), rowStep),
-                            _mm_set_pd(inverse[5], inverse[2]));
   const __m128i lastPair = LastPairOf(s);
-  const int64_t rows = int64_t(yMax) - yMin + 1;
-  for (int64_t r = 0; r < rows; ++r, dstRow += dstStep) {
-    const int32_t left = rowTable[2 * r], right = rowTable[2 * r + 1];
-    __m128d acc = _mm_add_pd(_mm_mul_pd(_mm_set1_pd(double(left)), step), base);
-    base = _mm_add_pd(base, rowStep);
-    uint8_t* d = dstRow + 3 * int64_t(left);
-    for (int64_t x = left; x <= right; ++x, d += 3, acc = _mm_add_pd(acc, step)) {
-      Pixel(s, SplitOf(acc, lastPair), d, x < right);
-    }
-  }
+  ForEachRow(inverse, dstRow, dstStep, yMin, yMax, rowTable,
+             [&](__m128d acc, __m128d step, int32_t left, int32_t right, uint8_t* row) {
+               uint8_t* d = row + 3 * int64_t(left);
+               for (int64_t x = left; x <= right; ++x, d += 3, acc = _mm_add_pd(acc, step))
+                 Pixel(s, SplitOf(acc, lastPair), d, x < right);
+             });
 }
 
 void ownWarpRowLinear_8u_C3(const uint8_t* src, int32_t srcStep, int32_t lastColumn,

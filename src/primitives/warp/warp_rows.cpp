@@ -128,6 +128,7 @@ struct Chain {
   int cur;
   int dir;  // -1 toward lower indices, +1 toward higher ones
   double startX = 0, startY = 0, slope = 0;
+  double lo = 0, hi = 0;  // the edge's columns
 };
 
 // Steps to the chain's next point, over horizontal edges. False when that
@@ -142,6 +143,8 @@ bool Advance(const Polygon& poly, Chain& c, int other) {
       c.startX = a.x;
       c.startY = a.y;
       c.slope = (b.x - a.x) / (b.y - a.y);
+      c.lo = std::fmin(a.x, b.x);
+      c.hi = std::fmax(a.x, b.x);
       c.cur = next;
       return true;
     }
@@ -151,7 +154,14 @@ bool Advance(const Polygon& poly, Chain& c, int other) {
   return false;
 }
 
-double ChainX(const Chain& c, double y) { return FusedMulAdd(y - c.startY, c.slope, c.startX); }
+// Where row y crosses the chain's edge. An edge a hair high has a slope
+// beyond the doubles (infinite, or 0 · ∞ at its start): its crossings are
+// held to the edge's own columns, or the span would reach anywhere.
+double ChainX(const Chain& c, double y) {
+  const double x = FusedMulAdd(y - c.startY, c.slope, c.startX);
+  if (x != x) return c.startX;
+  return std::fmin(std::fmax(x, c.lo), c.hi);
+}
 
 void StoreSpan(int32_t* pair, double left, double right, const Box& clip) {
   // The spans lie inside the clip by construction; the limits only keep a

@@ -24,7 +24,7 @@ struct MedianKernels {
   MedianKernel column;   // slots 0 and 1: 1x3, 1x5
   MedianKernel row;      // slots 2 and 3: 3x1, 5x1
   MedianKernel square;   // slots 4 and 5: 3x3, 5x5
-  MedianKernel general;  // slot 6: any other odd mask; null while none is built
+  MedianKernel general;  // slot 6: any other odd mask
 };
 
 // A form's number is also the selector of the border copies that serve it:
@@ -55,3 +55,42 @@ static constexpr int32_t MedianMaskCode(ImageSize mask) { return mask.width * 10
 
 // The kernels of a code path, form by form.
 CORVANE_DECLARE_VARIANTS(const corvane::MedianKernelTable&, ownMedianKernelTable, ())
+
+// The 8-bit general kernel: src at the mask's top-left for the first output;
+// the first channels - keepLast channels of each pixel are filtered, the last
+// one of dst is left alone when keepLast is 1. Uses no scratch.
+CORVANE_DECLARE_VARIANTS(void, ownMedianHistogram_8u,
+                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                          corvane::ImageSize roi, corvane::ImageSize mask, int32_t channels,
+                          int32_t keepLast))
+
+// The 16-bit general kernels, one a form (C4KR: the fourth element kept).
+// Their work area holds two arrays of mask width x height uint32.
+#define CORVANE_DECLARE_RADIX_(name)                                                            \
+  CORVANE_DECLARE_VARIANTS(void, name,                                                          \
+                           (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, \
+                            corvane::ImageSize roi, corvane::ImageSize mask, uint8_t* work))
+CORVANE_DECLARE_RADIX_(ownMedianRadix_16u_C3R)
+CORVANE_DECLARE_RADIX_(ownMedianRadix_16u_C4KR)
+CORVANE_DECLARE_RADIX_(ownMedianRadix_16u_C4R)
+CORVANE_DECLARE_RADIX_(ownMedianRadix_16s_C3R)
+CORVANE_DECLARE_RADIX_(ownMedianRadix_16s_C4KR)
+CORVANE_DECLARE_RADIX_(ownMedianRadix_16s_C4R)
+#undef CORVANE_DECLARE_RADIX_
+
+// The square kernels of the two 8-bit four-channel forms, serial, and their
+// drivers, which split the 5x5 mask into bands of rows over the primitives'
+// threads: maskCode 33 or 55. _C4R keeps dst's fourth channel (group 1), and
+// goes parallel from 4096 pixels; _BC4R filters all four (group 2), always.
+CORVANE_DECLARE_VARIANTS(void, ownMedianSquare_8u_C4KR,
+                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                          corvane::ImageSize roi, corvane::ImageSize mask, uint8_t* work))
+CORVANE_DECLARE_VARIANTS(void, ownMedianSquare_8u_C4R,
+                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                          corvane::ImageSize roi, corvane::ImageSize mask, uint8_t* work))
+CORVANE_DECLARE_VARIANTS(void, ownippiFilterMedian_8u_C4R,
+                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                          corvane::ImageSize roi, int32_t maskCode))
+CORVANE_DECLARE_VARIANTS(void, ownippiFilterMedian_8u_BC4R,
+                         (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                          corvane::ImageSize roi, int32_t maskCode))

@@ -1,5 +1,6 @@
 // The small-mask median kernels (1x3, 1x5, 3x1, 5x1, 3x3, 5x5) of one code
-// path for all nine pixel forms, and the path's kernel table. Every output is
+// path for all nine pixel forms, and the path's kernel table with the general
+// kernels of the other masks (median_histogram.cpp, median_radix.cpp). Every output is
 // the exact per-channel median: branch-free min/max networks over whole
 // vectors, so the result is the same in every path and the time doesn't
 // depend on the picture.
@@ -75,25 +76,56 @@ void SquareKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dst
   }
 }
 
-// The general masks have no kernel yet: the entry refuses them.
-#define CORVANE_MEDIAN_FORM_(E, Ch, Keep) \
-  { &ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>, &SquareKernel<E, Ch, Keep>, nullptr }
+// Any other mask on 8-bit pixels: the histogram kernel takes the mask's
+// top-left corner.
+template <int Ch, bool Keep>
+void HistogramKernel(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                     ImageSize roi, ImageSize mask, uint8_t*) {
+  const uint8_t* corner = src - intptr_t{mask.height / 2} * srcStep - (mask.width / 2) * Ch;
+  ownMedianHistogram_8u(corner, srcStep, dst, dstStep, roi, mask, Ch, Keep);
+}
+
+// The square masks of the 8-bit four-channel forms go through the drivers
+// that split the 5x5 mask over threads.
+template <bool Keep>
+void DrivenSquare(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi,
+                  ImageSize mask, uint8_t*) {
+  (Keep ? ownippiFilterMedian_8u_C4R : ownippiFilterMedian_8u_BC4R)(src, srcStep, dst, dstStep, roi,
+                                                                    MedianMaskCode(mask));
+}
+
+template <Elem E, int Ch, bool Keep>
+constexpr MedianKernels Form(MedianKernel square, MedianKernel general) {
+  return {&ColumnKernel<E, Ch, Keep>, &RowKernel<E, Ch, Keep>, square, general};
+}
+template <Elem E, int Ch, bool Keep>
+constexpr MedianKernels Form(MedianKernel general) {
+  return Form<E, Ch, Keep>(&SquareKernel<E, Ch, Keep>, general);
+}
 
 constexpr MedianKernelTable kKernelTable = {{
-    CORVANE_MEDIAN_FORM_(Elem::U8, 3, false),
-    CORVANE_MEDIAN_FORM_(Elem::U8, 4, true),
-    CORVANE_MEDIAN_FORM_(Elem::U8, 4, false),
-    CORVANE_MEDIAN_FORM_(Elem::U16, 3, false),
-    CORVANE_MEDIAN_FORM_(Elem::U16, 4, true),
-    CORVANE_MEDIAN_FORM_(Elem::U16, 4, false),
-    CORVANE_MEDIAN_FORM_(Elem::S16, 3, false),
-    CORVANE_MEDIAN_FORM_(Elem::S16, 4, true),
-    CORVANE_MEDIAN_FORM_(Elem::S16, 4, false),
+    Form<Elem::U8, 3, false>(&HistogramKernel<3, false>),
+    Form<Elem::U8, 4, true>(&DrivenSquare<true>, &HistogramKernel<4, true>),
+    Form<Elem::U8, 4, false>(&DrivenSquare<false>, &HistogramKernel<4, false>),
+    Form<Elem::U16, 3, false>(&ownMedianRadix_16u_C3R),
+    Form<Elem::U16, 4, true>(&ownMedianRadix_16u_C4KR),
+    Form<Elem::U16, 4, false>(&ownMedianRadix_16u_C4R),
+    Form<Elem::S16, 3, false>(&ownMedianRadix_16s_C3R),
+    Form<Elem::S16, 4, true>(&ownMedianRadix_16s_C4KR),
+    Form<Elem::S16, 4, false>(&ownMedianRadix_16s_C4R),
 }};
-#undef CORVANE_MEDIAN_FORM_
 
 }  // namespace
 
 const MedianKernelTable& ownMedianKernelTable() { return kKernelTable; }
+
+void ownMedianSquare_8u_C4KR(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                             ImageSize roi, ImageSize mask, uint8_t* work) {
+  SquareKernel<Elem::U8, 4, true>(src, srcStep, dst, dstStep, roi, mask, work);
+}
+void ownMedianSquare_8u_C4R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
+                            ImageSize roi, ImageSize mask, uint8_t* work) {
+  SquareKernel<Elem::U8, 4, false>(src, srcStep, dst, dstStep, roi, mask, work);
+}
 
 }  // namespace corvane::CORVANE_VARIANT

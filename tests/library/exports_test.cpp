@@ -31,7 +31,8 @@ TEST(SharedObject, ExportsTheEighteenFunctionsAndTheExtensionsUnderAVersionedSon
             "H264CodecReset H264CodecResetEx H264CodecSetCallback H265CodecDecompress "
             "VideoRenderClose VideoRenderFrame VideoRenderOpen VideoRenderSetFPS "
             "corvane_codec_decompress_sharpen corvane_codec_drain corvane_codec_set_options "
-            "corvane_resize corvane_sharpen corvane_version corvane_warp corvane_warp_quad ");
+            "corvane_median corvane_resize corvane_sharpen corvane_version corvane_warp "
+            "corvane_warp_quad ");
   EXPECT_EQ(Shell("objdump -p '" CORVANE_SO_PATH "' | awk '$1 == \"SONAME\" { print $2 }'"),
             "libcorvane.so.0\n");
   // The shared objects behind the process-wide named mutexes are mapped here.

@@ -51,7 +51,7 @@ int32_t RandomInt(std::mt19937& rng, int32_t lo, int32_t hi) {
 }
 
 const char* PatternName(Pattern p) {
-  static const char* const kNames[] = {"random", "all-0", "all-1", "alternating", "runs"};
+  static const char* const kNames[] = {"random", "all-0", "all-1", "alternating", "runs", "edges"};
   return kNames[static_cast<int>(p)];
 }
 
@@ -61,6 +61,17 @@ void FillPattern(uint8_t* data, std::size_t length, Pattern pattern, std::mt1993
     for (std::size_t i = 0; i < length; i += 4) {
       const uint32_t bits = rng();
       std::memcpy(data + i, &bits, std::min<std::size_t>(4, length - i));
+    }
+    return;
+  }
+  if (pattern == Pattern::Edges) {
+    static constexpr uint16_t kEdges[2][8] = {
+        {0x00, 0x01, 0x0F, 0x10, 0x7F, 0x80, 0xFE, 0xFF},
+        {0x0000, 0x00FF, 0x0100, 0x0FFF, 0x1000, 0x7FFF, 0x8000, 0xFFFF}};
+    const std::size_t e = elementBytes == 2 ? 2 : 1;
+    for (std::size_t i = 0; i < length; i += e) {
+      const uint16_t v = kEdges[e - 1][rng() % 8];
+      std::memcpy(data + i, &v, std::min(e, length - i));
     }
     return;
   }

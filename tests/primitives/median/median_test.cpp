@@ -1,13 +1,18 @@
 // The median of every code path against a sort: the small-mask kernels of
 // all nine pixel forms on memory that holds every neighbour and no more, the
-// filter over every border road, its scratch sizes, and the refusals.
+// filter of every form over every mask and border road, the parallel drivers
+// at several thread counts, corvane_median through the shared object, the
+// scratch sizes, and the refusals.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 
 #include "conformance.h"
+#include "corvane_image.h"
+#include "primitives/core/cpu_dispatch.h"
 #include "primitives/median/median.h"
 #include "primitives/median/median_kernel.h"
 #include "support/code_path.h"
@@ -20,8 +25,19 @@ using primitives::ownFilterMedianBorder_8u_C3R;
 using primitives::ownFilterMedianBorderGetBufferSize;
 
 constexpr uint8_t kValue[3] = {10, 200, 77};
+// The constant pixel of every form: channel values either side of the top
+// bit of 16-bit elements.
+const std::array<uint8_t, 8> kPixel8{10, 200, 77, 99}, kPixel16{10, 0, 0x40, 0x9C, 0, 0x80, 1};
+const uint8_t* ConstantPixel(const PixelForm& form) {
+  return (form.elementBytes == 1 ? kPixel8 : kPixel16).data();
+}
 // The hot 3x3 first: --bench times the first argument of a row.
 constexpr ImageSize kMasks[] = {{3, 3}, {5, 5}, {1, 3}, {1, 5}, {3, 1}, {5, 1}, {1, 1}};
+// The general kernels' masks: mixed small ones, thin ones, square ones, and
+// those beyond the tiles of the 8-bit kernel (a column of 257, a row of 189).
+const std::vector<ImageSize> kGeneral = {{3, 5}, {5, 3},  {1, 7},   {7, 1},
+                                         {7, 7}, {9, 11}, {21, 21}, {15, 3}};
+const std::vector<ImageSize> kBeyondTiles = {{1, 257}, {189, 1}};
 
 // Element (x, y, c) of the virtual image around the region: memory on a side
 // whose flag is set, else made: the constant, or the nearest region pixel.
@@ -29,10 +45,13 @@ int32_t Element(const Frame& f, const PixelForm& form, int32_t x, int32_t y, int
   const uint32_t b = f.arg.border;
   const bool left = x < 0 && !(b & BorderMemoryLeft), right = x >= f.roi.width && !(b & 0x80);
   const bool top = y < 0 && !(b & BorderMemoryTop), bottom = y >= f.roi.height && !(b & 0x20);
-  if ((left || right || top || bottom) && (b & 0xF) == BorderConstant) return kValue[c];
+  const bool made = left || right || top || bottom;
   x = left ? 0 : right ? f.roi.width - 1 : x;
   y = top ? 0 : bottom ? f.roi.height - 1 : y;
-  const uint8_t* p = f.src + intptr_t{y} * f.srcStep + x * form.Bytes() + c * form.elementBytes;
+  const uint8_t* p = made && (b & 0xF) == BorderConstant
+                         ? ConstantPixel(form)
+                         : f.src + intptr_t{y} * f.srcStep + x * form.Bytes();
+  p += c * form.elementBytes;
   if (form.elementBytes == 1) return *p;
   uint16_t v;
   std::memcpy(&v, p, 2);
@@ -96,42 +115,139 @@ const bool kKernels =
     AddKernels("median_kernel_16s_C4_keep", MedianGroup16sC4Keep, {2, 4, true, true}, {}) &&
     AddKernels("median_kernel_16s_C4", MedianGroup16sC4, {2, 4, true}, {});
 
-// The filter over every mask, memory flag and mode. It reads beyond the
-// region on a flagged side only, and no more of its scratch than it asked for.
-std::vector<Arg> FilterArgs() {
+// The filter over masks, memory flags and modes: mask i % M with border
+// i % 33, for `count` arguments. It reads beyond the region on a flagged side
+// only, and no more of its scratch than it asked for.
+std::vector<Arg> FilterArgs(const std::vector<ImageSize>& masks, size_t count) {
   std::vector<uint32_t> borders;
   for (uint32_t flags = 0; flags <= 0xF0; flags += 0x10) {
     borders.insert(borders.end(), {flags | BorderReplicate, flags | BorderConstant});
   }
   borders.push_back(BorderMemoryAll);
   std::vector<Arg> args;
-  for (const ImageSize m : kMasks) {
-    for (const uint32_t b : borders) {
-      char label[32];
-      std::snprintf(label, sizeof label, "%dx%d border 0x%02X", m.width, m.height, b);
-      args.push_back({label, {b & 0xC0 ? m.width / 2 : 0, b & 0x30 ? m.height / 2 : 0}, m, b});
-    }
+  for (size_t i = 0; i < count; ++i) {
+    const ImageSize m = masks[i % masks.size()];
+    const uint32_t b = borders[i % borders.size()];
+    char label[40];
+    std::snprintf(label, sizeof label, "%dx%d border 0x%02X", m.width, m.height, b);
+    args.push_back({label, {b & 0xC0 ? m.width / 2 : 0, b & 0x30 ? m.height / 2 : 0}, m, b});
   }
   return args;
 }
 
-void Filter(const Frame& f) {
+// The form's filter with scratch of the size it asks for, full of noise.
+void Filter(const Frame& f, int32_t group, const PixelForm& form) {
+  constexpr PixelType kTypes[] = {PixelType8u, PixelType16u, PixelType16s};
   int32_t size = 0;
-  ASSERT_EQ(ownFilterMedianBorderGetBufferSize(f.roi, f.arg.mask, PixelType8u, 3, &size), 0);
+  ASSERT_EQ(ownFilterMedianBorderGetBufferSize(f.roi, f.arg.mask, kTypes[group / 3], form.channels,
+                                               &size),
+            0);
   PageBuffer scratch(size);
   std::mt19937 noise(static_cast<uint32_t>(f.seed));
   FillPattern(scratch.data(), scratch.size(), Pattern::Random, noise);
-  EXPECT_EQ(ownFilterMedianBorder_8u_C3R(f.src, f.srcStep, f.dst, f.dstStep, f.roi, f.arg.mask,
-                                         f.arg.border, kValue, scratch.data()),
+  EXPECT_EQ(group == MedianGroup8uC3
+                ? ownFilterMedianBorder_8u_C3R(f.src, f.srcStep, f.dst, f.dstStep, f.roi,
+                                               f.arg.mask, f.arg.border, kValue, scratch.data())
+                : primitives::ownFilterMedianBorder(group, f.src, f.srcStep, f.dst, f.dstStep,
+                                                    f.roi, f.arg.mask, f.arg.border,
+                                                    ConstantPixel(form), scratch.data()),
             StatusOk);
 }
 
-const bool kFilter = [] {
-  Row row{"median_filter_8u_C3", {1, 3}, FilterArgs(), Filter, [](const Frame& f) {
-            SortedMedian(f, {1, 3});
-          }};
+bool AddFilter(const char* name, int32_t group, PixelForm form, std::vector<Arg> args) {
+  Row row{name, form, std::move(args), [group, form](const Frame& f) { Filter(f, group, form); },
+          [form](const Frame& f) { SortedMedian(f, form); }};
   row.negativeSteps = true;
   return AddRow(row);
+}
+
+// Every small mask with every border on the designed entry, and the general
+// masks against each border twice; on the other forms every mask.
+const bool kFilters = [] {
+  const std::vector<ImageSize> small(std::begin(kMasks), std::end(kMasks));
+  std::vector<ImageSize> general = kGeneral, every = small;
+  general.insert(general.end(), kBeyondTiles.begin(), kBeyondTiles.end());
+  every.insert(every.end(), kGeneral.begin(), kGeneral.end());
+  std::vector<ImageSize> every8 = every;
+  every8.insert(every8.end(), kBeyondTiles.begin(), kBeyondTiles.end());
+  std::vector<Arg> c3 = FilterArgs(small, 7 * 33), more = FilterArgs(general, 66);
+  c3.insert(c3.end(), more.begin(), more.end());
+  const auto others = [&](int32_t group) { return FilterArgs(group < 3 ? every8 : every, 66); };
+  return AddFilter("median_filter_8u_C3", 0, {1, 3}, c3) &&
+         AddFilter("median_filter_8u_C4_keep", 1, {1, 4, false, true}, others(1)) &&
+         AddFilter("median_filter_8u_C4", 2, {1, 4}, others(2)) &&
+         AddFilter("median_filter_16u_C3", 3, {2, 3}, others(3)) &&
+         AddFilter("median_filter_16u_C4_keep", 4, {2, 4, false, true}, others(4)) &&
+         AddFilter("median_filter_16u_C4", 5, {2, 4}, others(5)) &&
+         AddFilter("median_filter_16s_C3", 6, {2, 3, true}, others(6)) &&
+         AddFilter("median_filter_16s_C4_keep", 7, {2, 4, true, true}, others(7)) &&
+         AddFilter("median_filter_16s_C4", 8, {2, 4, true}, others(8));
+}();
+
+// The drivers of the four-channel 8-bit square masks: the thread count (the
+// argument's kind) set for the call, 0 for a runtime that won't fork. The
+// region sizes either side of 4096 pixels, and heights below the count.
+void Driven(const Frame& f, bool keep) {
+  static const decltype(&m7::ownippiFilterMedian_8u_C4R) kDrivers[2][6] = {
+      CORVANE_EACH_PATH(ownippiFilterMedian_8u_BC4R),
+      CORVANE_EACH_PATH(ownippiFilterMedian_8u_C4R)};
+  const int32_t threads = primitives::ownGetNumThreads(), levels = omp_get_max_active_levels();
+  primitives::ownSetNumThreads(f.arg.kind == 0 ? 2 : f.arg.kind);
+  if (f.arg.kind == 0) omp_set_max_active_levels(0);
+  kDrivers[keep][f.variant](f.src, f.srcStep, f.dst, f.dstStep, f.roi, MedianMaskCode(f.arg.mask));
+  omp_set_max_active_levels(levels);
+  primitives::ownSetNumThreads(threads);
+}
+
+const bool kParallel = [] {
+  std::vector<Arg> args;
+  for (const int32_t threads : {2, 1, 3, 8, 0}) {
+    args.push_back({"5x5 threads " + std::to_string(threads), {2, 2}, {5, 5}, 0xF0, threads});
+  }
+  args.push_back({"3x3 threads 8", {1, 1}, {3, 3}, 0xF0, 8});
+  for (const bool keep : {true, false}) {
+    const PixelForm form{1, 4, false, keep};
+    Row row{keep ? "median_parallel_8u_C4_keep" : "median_parallel_8u_C4", form, args,
+            [keep](const Frame& f) { Driven(f, keep); },
+            [form](const Frame& f) { SortedMedian(f, form); }};
+    row.negativeSteps = true, row.sizes = {{64, 64}, {63, 65}, {100, 7}, {9, 2}};
+    if (!AddRow(row)) return false;
+  }
+  return true;
+}();
+
+// corvane_median through the shared object, every format: it runs the code
+// path that it detects, so once.
+const bool kClient = [] {
+  constexpr PixelForm kForms[] = {{1, 3},       {1, 4},       {1, 4, false, true},
+                                  {2, 3},       {2, 4},       {2, 4, false, true},
+                                  {2, 3, true}, {2, 4, true}, {2, 4, true, true}};
+  std::vector<Arg> args;
+  for (const ImageSize m : {ImageSize{3, 3}, {5, 5}, {7, 7}, {1, 1}, {3, 5}, {21, 21}}) {
+    for (const int32_t border : {CORVANE_BORDER_REPLICATE, CORVANE_BORDER_CONSTANT}) {
+      args.push_back({std::to_string(m.width) + "x" + std::to_string(m.height) + " border " +
+                          std::to_string(border),
+                      {0, 0},
+                      m,
+                      uint32_t(border)});
+    }
+  }
+  for (int32_t format = CORVANE_8U_C3; format <= CORVANE_16S_C4K; ++format) {
+    const PixelForm form = kForms[format - 1];
+    auto run = [format, form](const Frame& f) {
+      const corvane_image src{const_cast<uint8_t*>(f.src), f.srcStep, f.roi.width, f.roi.height,
+                              format};
+      const corvane_image dst{f.dst, f.dstStep, f.roi.width, f.roi.height, format};
+      EXPECT_EQ(corvane_median(&src, &dst, f.arg.mask.width, f.arg.mask.height,
+                               int32_t(f.arg.border), ConstantPixel(form)),
+                CORVANE_STATUS_OK);
+    };
+    Row row{"median_client_" + std::to_string(format), form, args, run,
+            [form](const Frame& f) { SortedMedian(f, form); }};
+    row.variants = 1, row.negativeSteps = true, row.maxWidth = 70;
+    if (!AddRow(row)) return false;
+  }
+  return true;
 }();
 
 // Sizes in closed form, by code path (m7 n8 y8 e9 l9 k0).
@@ -179,6 +295,7 @@ struct FilterCall {
   uint32_t border;
   const uint8_t* value;
   uint8_t* buffer;
+  int32_t group = MedianGroup8uC3;
 };
 using F = FilterCall&;
 FilterCall GoodFilter(const Outputs& o) {
@@ -187,6 +304,26 @@ FilterCall GoodFilter(const Outputs& o) {
 PrimitiveStatus Filtering(const FilterCall& c) {
   return ownFilterMedianBorder_8u_C3R(c.src, c.srcStep, c.dst, c.dstStep, {c.w, c.h}, {c.a, c.b},
                                       c.border, c.value, c.buffer);
+}
+
+struct ClientCall {
+  corvane_image src, dst;
+  int32_t a, b, border;
+  const void* value;
+  bool nullSrc;
+};
+using C = ClientCall&;
+ClientCall GoodClient(const Outputs& o) {
+  return {{const_cast<uint8_t*>(o.src), o.srcStep, 16, 16, CORVANE_8U_C3},
+          {o.dst, o.dstStep, 16, 16, CORVANE_8U_C3},
+          3,
+          3,
+          CORVANE_BORDER_REPLICATE,
+          kValue,
+          false};
+}
+PrimitiveStatus Client(const ClientCall& c) {
+  return corvane_median(c.nullSrc ? nullptr : &c.src, &c.dst, c.a, c.b, c.border, c.value);
 }
 
 struct SizeCall {
@@ -219,8 +356,34 @@ const bool kRefusals =
          {"0xF6 without a value", -8, [](F c) { c.border = 0xF6, c.value = nullptr; }},
          {"0xF1 without a value", 0, [](F c) { c.border = 0xF1, c.value = nullptr; }},
          {"0xF0 without a value", 0, [](F c) { c.border = 0xF0, c.value = nullptr; }},
-         {"no kernel yet: 3x5", -33, [](F c) { c.w = c.h = 16, c.b = 5; }},
-         {"no kernel yet: 21x21", -33, [](F c) { c.a = c.b = 21, c.border = 0x31; }}}) &&
+         {"a general mask, 3x5", 0, [](F c) { c.w = c.h = 16, c.b = 5; }},
+         {"a general mask larger than the region", 0, [](F c) { c.w = c.h = 16, c.a = 21; }}}) &&
+    AddRefusals<FilterCall>(
+        "median_filter_any_form", GoodFilter,
+        [](const FilterCall& c) {
+          return primitives::ownFilterMedianBorder(c.group, c.src, c.srcStep, c.dst, c.dstStep,
+                                                   {c.w, c.h}, {c.a, c.b}, c.border, c.value,
+                                                   c.buffer);
+        },
+        {{"null dst before the form", -8, [](F c) { c.dst = nullptr, c.group = 9; }},
+         {"form 9", -59, [](F c) { c.group = 9, c.w = 0; }},
+         {"form -1", -59, [](F c) { c.group = -1, c.border = 0x106; }},
+         {"the kept fourth, 1x1", 0, [](F c) { c.group = 1, c.w = 12, c.a = c.b = 1; }},
+         {"even mask", -33, [](F c) { c.a = 4; }}}) &&
+    AddRefusals<ClientCall>(
+        "corvane_median", GoodClient, Client,
+        {{"null src image", -8, [](C c) { c.nullSrc = true, c.dst.format = 0; }},
+         {"null dst data", -8, [](C c) { c.dst.data = nullptr, c.a = 2; }},
+         {"unknown format", -59, [](C c) { c.src.format = 10, c.src.width = 0; }},
+         {"formats differ", -59, [](C c) { c.src.format = CORVANE_8U_C4, c.dst.height = 1; }},
+         {"sizes differ", -6, [](C c) { c.dst.height = 15, c.a = 2; }},
+         {"empty image", -6, [](C c) { c.src.width = 0; }},
+         {"step shorter than a row", -16, [](C c) { c.dst.step = 47, c.a = 2; }},
+         {"even mask", -33, [](C c) { c.b = 4, c.border = 0; }},
+         {"memory flags", -225, [](C c) { c.border = 0xF1, c.value = nullptr; }},
+         {"constant without a value", -8, [](C c) { c.border = 6, c.value = nullptr; }},
+         {"strips past 2 GiB", -9, [](C c) { c.a = c.b = 99999; }},
+         {"1x1", 0, [](C c) { c.a = c.b = 1, c.border = 6; }}}) &&
     AddRefusals<SizeCall>(
         "median_sizing", GoodSizing, Sizing,
         {{"null size", -8, [](S c) { c.size = nullptr, c.w = 0, c.a = 2, c.type = 99; }},

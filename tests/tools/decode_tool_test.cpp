@@ -9,6 +9,7 @@
 #include <functional>
 #include <regex>
 
+#include "corvane_image.h"
 #include "decoder/decoding.h"
 #include "tools/shell.h"
 
@@ -90,6 +91,14 @@ const Row kRows[] = {
      [](std::vector<uint8_t>& bgr, int w, int h) {
        bgr = Sharpen3x3({w, h, bgr}).bgr;
      }},
+    {"hevc_median_5", kHevc, "--median 5", "raw", 1, 0,
+     [](std::vector<uint8_t>& bgr, int w, int h) {
+       std::vector<uint8_t> out(bgr.size());
+       const corvane_image src{bgr.data(), w * 3, w, h, CORVANE_8U_C3},
+           dst{out.data(), w * 3, w, h, CORVANE_8U_C3};
+       ASSERT_EQ(corvane_median(&src, &dst, 5, 5, CORVANE_BORDER_REPLICATE, nullptr), 0);
+       bgr = out;
+     }},
 };
 void PrintTo(const Row& row, std::ostream* os) { *os << row.label; }
 
@@ -170,7 +179,8 @@ TEST(DecodeToolRuns, StatusAndMessages) {
       {Tool(h264 + " --codec vp8"), 2, "unknown codec 'vp8'"},
       {Tool(h264 + " --median --sharpen"), 2, "--median and --sharpen exclude each other"},
       {Tool("--every 2"), 2, "no input file"},
-      {Tool(h264 + " --every 0"), 2, "--every wants a whole number"}};
+      {Tool(h264 + " --every 0"), 2, "--every wants a whole number"},
+      {Tool(h264 + " --median 4"), 2, "--median wants an odd size"}};
   // Cut at 60 %, a file gives what it holds with a warning and status 0;
   // --quiet silences all of it, FFmpeg included.
   for (int index : {5, 7, 9}) {

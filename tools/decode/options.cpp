@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 
@@ -18,7 +19,9 @@ const char* const kUsage =
     "                    to DIR/pictures.bgr, width * 3 bytes a row, top row first\n"
     "  --codec C         h264 or h265, whatever the file name or container says;\n"
     "                    with - as INPUT, standard input is a raw stream of C\n"
-    "  --median          decode with the 3x3 median clean-up (H.264 only)\n"
+    "  --median [N]      clean each picture with an N x N median, N odd (default 3:\n"
+    "                    the decoder's own median mode, H.264 only; any other N\n"
+    "                    through corvane_median, H.265 too)\n"
     "  --sharpen         decode with the 3x3 sharpen stage (H.264 only)\n"
     "  --callback        take every picture through the frame callback\n"
     "  --max N           stop after N pictures\n"
@@ -103,7 +106,12 @@ Options ParseOptions(int argc, char** argv) {
       options.codec = ParseCodec(name);
       if (!options.codec) throw UsageError("unknown codec '" + name + "' (h264, h265)");
     } else if (arg == "--median") {
-      flag(options.median);
+      // The size is optional: a bare --median is the decoder's own 3 x 3.
+      const bool sized = inlineValue || (i + 1 < argc && std::isdigit(argv[i + 1][0]));
+      options.median = sized ? ParseCount(arg, value()) : 3;
+      if (options.median % 2 == 0 || options.median > 255)
+        throw UsageError("--median wants an odd size up to 255, not " +
+                         std::to_string(options.median));
     } else if (arg == "--sharpen") {
       flag(options.sharpen);
     } else if (arg == "--callback") {
@@ -129,10 +137,10 @@ Options ParseOptions(int argc, char** argv) {
   if (options.help || options.version) return options;
   if (options.quiet) options.logLevel = kLogLevels[0].level;
   if (options.input.empty()) throw UsageError("no input file");
-  if (options.median && options.sharpen)
+  if (options.median == 3 && options.sharpen)
     throw UsageError("--median and --sharpen exclude each other");
-  if ((options.median || options.sharpen) && options.codec == Codec::H265)
-    throw UsageError(std::string(options.median ? "--median" : "--sharpen") +
+  if ((options.median == 3 || options.sharpen) && options.codec == Codec::H265)
+    throw UsageError(std::string(options.median == 3 ? "--median" : "--sharpen") +
                      " works on H.264 streams only");
   return options;
 }

@@ -16,7 +16,7 @@ struct Options {
   long every = 1;                     // --every: write every Nth picture
   PictureFormat format = PictureFormat::Png;
   std::optional<Codec> codec;  // --codec: overrides the file's name or container
-  bool median = false;         // --median
+  long median = 0;             // --median [N]: N x N clean-up; 3 is the decoder's median mode
   bool sharpen = false;        // --sharpen
   bool callback = false;       // --callback: every picture through the frame callback
   long max = 0;                // --max: stop after this many pictures; 0 = all

@@ -1,7 +1,8 @@
-// The median filter on a 1920x1080 BGR24 picture, single thread: every code
-// path this processor runs, OpenCV's medianBlur with the same mask and
-// replicated border, and a memcpy of the picture as the floor. The closing
-// lines give the ratios of the median times.
+// The median filter on 1920x1080 pictures: every code path this processor
+// runs against OpenCV's medianBlur with the same mask and replicated border,
+// in the same run. 8-bit BGR for masks 3 to 21 on one thread, 8-bit BGRA 5x5
+// on one and two threads, 16-bit BGR 3x3 and 5x5; and a memcpy of the picture
+// as the floor. The closing lines give the ratios of the median times.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -9,7 +10,6 @@
 #include <map>
 #include <random>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -18,71 +18,108 @@
 #include "bench_median.h"
 #include "primitives/core/cpu_dispatch.h"
 #include "primitives/median/median.h"
+#include "primitives/median/median_kernel.h"
 
 namespace {
 
 using corvane::ImageSize;
+using corvane::MedianGroup;
 using corvane::PrimitiveStatus;
 
-constexpr int kWidth = 1920, kHeight = 1080, kStep = kWidth * 3;
-constexpr size_t kBytes = size_t{kStep} * kHeight;
+constexpr int kWidth = 1920, kHeight = 1080;
 
-using FilterFn = PrimitiveStatus (*)(const uint8_t*, int32_t, uint8_t*, int32_t, ImageSize,
-                                     ImageSize, corvane::BorderType, const uint8_t*, uint8_t*);
+using FilterFn = PrimitiveStatus (*)(int32_t, const uint8_t*, int32_t, uint8_t*, int32_t, ImageSize,
+                                     ImageSize, corvane::BorderType, const void*, uint8_t*);
 using SizeFn = PrimitiveStatus (*)(ImageSize, ImageSize, corvane::PixelType, int32_t, int32_t*);
-#define CORVANE_FILTER_OF(v) &corvane::v::ownFilterMedianBorder_8u_C3R,
+#define CORVANE_FILTER_OF(v) &corvane::v::ownFilterMedianBorder,
 #define CORVANE_SIZE_OF(v) &corvane::v::ownFilterMedianBorderGetBufferSize,
 constexpr FilterFn kFilters[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_FILTER_OF)};
 constexpr SizeFn kSizes[] = {CORVANE_FOR_EACH_VARIANT(CORVANE_SIZE_OF)};
 
-// A camera-like picture: smooth gradients with noise on top, 64-byte aligned
-// as an allocator gives large blocks.
+// One measured case: a pixel form, a square mask, a thread count.
+struct Case {
+  const char* name;
+  MedianGroup group;
+  int cvType;
+  int mask;
+  int threads;
+};
+constexpr Case kCases[] = {
+    {"8uC3_3x3", corvane::MedianGroup8uC3, CV_8UC3, 3, 1},
+    {"8uC3_5x5", corvane::MedianGroup8uC3, CV_8UC3, 5, 1},
+    {"8uC3_7x7", corvane::MedianGroup8uC3, CV_8UC3, 7, 1},
+    {"8uC3_9x9", corvane::MedianGroup8uC3, CV_8UC3, 9, 1},
+    {"8uC3_15x15", corvane::MedianGroup8uC3, CV_8UC3, 15, 1},
+    {"8uC3_21x21", corvane::MedianGroup8uC3, CV_8UC3, 21, 1},
+    {"8uC4_5x5_1thread", corvane::MedianGroup8uC4, CV_8UC4, 5, 1},
+    {"8uC4_5x5_2threads", corvane::MedianGroup8uC4, CV_8UC4, 5, 2},
+    {"16uC3_3x3", corvane::MedianGroup16uC3, CV_16UC3, 3, 1},
+    {"16uC3_5x5", corvane::MedianGroup16uC3, CV_16UC3, 5, 1},
+};
+
+// Camera-like pictures: smooth gradients with noise on top, 64-byte aligned
+// as an allocator gives large blocks; one source and one destination a form.
 struct Picture {
   cv::Mat src, dst;
-  Picture() : src(kHeight, kWidth, CV_8UC3), dst(kHeight, kWidth, CV_8UC3) {
+  explicit Picture(int type) : src(kHeight, kWidth, type), dst(kHeight, kWidth, type) {
     std::mt19937 rng(7);
+    const int elements = kWidth * src.channels();
     for (int y = 0; y < kHeight; ++y) {
-      uint8_t* row = src.ptr<uint8_t>(y);
-      for (int x = 0; x < kStep; ++x) row[x] = static_cast<uint8_t>((x / 7 + y / 3) + rng() % 24);
+      for (int x = 0; x < elements; ++x) {
+        const unsigned v = (x / 7 + y / 3) + rng() % 24;
+        if (src.depth() == CV_8U) {
+          src.ptr<uint8_t>(y)[x] = static_cast<uint8_t>(v);
+        } else {
+          src.ptr<uint16_t>(y)[x] = static_cast<uint16_t>(v * 40);
+        }
+      }
     }
   }
 };
-Picture& Shared() {
-  static Picture picture;
-  return picture;
+Picture& Shared(int type) {
+  static std::map<int, Picture> pictures;
+  return pictures.try_emplace(type, type).first->second;
 }
 
-void BM_Corvane(benchmark::State& state, int variant, int mask) {
-  Picture& p = Shared();
-  const ImageSize roi{kWidth, kHeight}, m{mask, mask};
+int64_t Bytes(const cv::Mat& m) { return static_cast<int64_t>(m.total() * m.elemSize()); }
+
+void BM_Corvane(benchmark::State& state, int variant, Case c) {
+  Picture& p = Shared(c.cvType);
+  const ImageSize roi{kWidth, kHeight}, m{c.mask, c.mask};
+  const bool wide = p.src.depth() != CV_8U;
   int32_t size = 0;
-  kSizes[variant](roi, m, corvane::PixelType8u, 3, &size);
+  kSizes[variant](roi, m, wide ? corvane::PixelType16u : corvane::PixelType8u, p.src.channels(),
+                  &size);
   std::vector<uint8_t> scratch(static_cast<size_t>(size) + 64);
+  const int32_t threads = corvane::primitives::ownGetNumThreads();
+  corvane::primitives::ownSetNumThreads(c.threads);
+  const auto step = static_cast<int32_t>(p.src.step);
   for (auto _ : state) {
-    kFilters[variant](p.src.data, kStep, p.dst.data, kStep, roi, m, corvane::BorderReplicate,
+    kFilters[variant](c.group, p.src.data, step, p.dst.data, step, roi, m, corvane::BorderReplicate,
                       nullptr, scratch.data());
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kBytes);
+  corvane::primitives::ownSetNumThreads(threads);
+  state.SetBytesProcessed(state.iterations() * Bytes(p.src));
 }
 
-void BM_OpenCV(benchmark::State& state, int mask) {
-  Picture& p = Shared();
-  cv::setNumThreads(1);
+void BM_OpenCV(benchmark::State& state, Case c) {
+  Picture& p = Shared(c.cvType);
+  cv::setNumThreads(c.threads);
   for (auto _ : state) {
-    cv::medianBlur(p.src, p.dst, mask);
+    cv::medianBlur(p.src, p.dst, c.mask);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kBytes);
+  state.SetBytesProcessed(state.iterations() * Bytes(p.src));
 }
 
 void BM_Memcpy(benchmark::State& state) {
-  Picture& p = Shared();
+  Picture& p = Shared(CV_8UC3);
   for (auto _ : state) {
-    std::memcpy(p.dst.data, p.src.data, kBytes);
+    std::memcpy(p.dst.data, p.src.data, static_cast<size_t>(Bytes(p.src)));
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kBytes);
+  state.SetBytesProcessed(state.iterations() * Bytes(p.src));
 }
 
 class MedianReporter : public benchmark::ConsoleReporter {
@@ -100,10 +137,10 @@ class MedianReporter : public benchmark::ConsoleReporter {
 };
 
 void PrintRatio(const std::map<std::string, double>& m, const std::string& a, const std::string& b,
-                const char* what) {
+                const std::string& what) {
   const auto x = m.find(a), y = m.find(b);
   if (x == m.end() || y == m.end() || x->second <= 0) return;
-  std::printf("%-34s %s / %s = %.2f\n", what, b.c_str(), a.c_str(), y->second / x->second);
+  std::printf("%-28s %s / %s = %.2f\n", what.c_str(), b.c_str(), a.c_str(), y->second / x->second);
 }
 
 }  // namespace
@@ -111,25 +148,26 @@ void PrintRatio(const std::map<std::string, double>& m, const std::string& a, co
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  Shared();
   auto configure = [](benchmark::internal::Benchmark* b) {
     b->Repetitions(5)->ReportAggregatesOnly(true)->Unit(benchmark::kMillisecond)->UseRealTime();
   };
-  std::vector<std::string> ours3, ours5;
+  std::vector<std::string> prefixes;
   for (int v = 0; v < corvane::primitives::kCpuVariantCount; ++v) {
     if (!corvane::primitives::ownCpuCanRunVariant(v)) {
       std::printf("%s skipped: this processor can't run it\n",
                   corvane::primitives::CpuVariantPrefix(v));
       continue;
     }
-    const std::string prefix = corvane::primitives::CpuVariantPrefix(v);
-    ours3.push_back("median3x3/" + prefix);
-    ours5.push_back("median5x5/" + prefix);
-    configure(benchmark::RegisterBenchmark(ours3.back().c_str(), BM_Corvane, v, 3));
-    configure(benchmark::RegisterBenchmark(ours5.back().c_str(), BM_Corvane, v, 5));
+    prefixes.push_back(corvane::primitives::CpuVariantPrefix(v));
+    for (const Case& c : kCases) {
+      configure(benchmark::RegisterBenchmark(
+          ("median_" + std::string(c.name) + "/" + prefixes.back()).c_str(), BM_Corvane, v, c));
+    }
   }
-  configure(benchmark::RegisterBenchmark("opencv_medianBlur3", BM_OpenCV, 3));
-  configure(benchmark::RegisterBenchmark("opencv_medianBlur5", BM_OpenCV, 5));
+  for (const Case& c : kCases) {
+    configure(
+        benchmark::RegisterBenchmark(("opencv_" + std::string(c.name)).c_str(), BM_OpenCV, c));
+  }
   configure(benchmark::RegisterBenchmark("memcpy_picture", BM_Memcpy));
 #ifdef CORVANE_BENCH_DECODE
   corvane::bench::RegisterDecodeBenchmarks();
@@ -138,13 +176,20 @@ int main(int argc, char** argv) {
   MedianReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nRatios of median times (above 1: the first is faster):\n");
-  for (const std::string& name : ours3) {
-    PrintRatio(reporter.medians, name, "opencv_medianBlur3", "3x3 against OpenCV");
-    PrintRatio(reporter.medians, "memcpy_picture", name, "3x3 against memcpy (cost)");
+  for (const Case& c : kCases) {
+    for (const std::string& prefix : prefixes) {
+      const std::string ours = "median_" + std::string(c.name) + "/" + prefix;
+      PrintRatio(reporter.medians, ours, "opencv_" + std::string(c.name),
+                 std::string(c.name) + " vs OpenCV");
+    }
   }
-  for (const std::string& name : ours5) {
-    PrintRatio(reporter.medians, name, "opencv_medianBlur5", "5x5 against OpenCV");
+  // The parallel 5x5 against its own single thread.
+  for (const std::string& prefix : prefixes) {
+    PrintRatio(reporter.medians, "median_8uC4_5x5_2threads/" + prefix,
+               "median_8uC4_5x5_1thread/" + prefix, "8uC4_5x5 2 threads vs 1");
   }
+  PrintRatio(reporter.medians, "median_8uC3_3x3/" + prefixes.back(), "memcpy_picture",
+             "3x3 against memcpy (cost)");
 #ifdef CORVANE_BENCH_DECODE
   corvane::bench::PrintDecodeRatio(reporter.medians);
 #endif

@@ -11,15 +11,15 @@ ones included. `Decoder` decodes packets a client brings itself.
 from __future__ import annotations
 
 import os
-from typing import Iterator, List, Optional, Union
+from typing import Iterator, List, Optional, Sequence, Tuple, Union
 
 import numpy
 
 from . import _corvane
 from ._corvane import DecodeError, resize, warp, warp_quad
 
-__all__ = ["open", "Reader", "Decoder", "Frame", "DecodeError", "sharpen", "warp", "warp_quad",
-           "resize", "__version__"]
+__all__ = ["open", "Reader", "Decoder", "Frame", "DecodeError", "median", "sharpen", "warp",
+           "warp_quad", "resize", "__version__"]
 
 __version__: str = _corvane.version()
 """The library's version, "MAJOR.MINOR.PATCH"."""
@@ -159,3 +159,22 @@ def sharpen(img: numpy.ndarray, border: str = "replicate", value=None) -> numpy.
     and shapes raise ValueError. Runs without the interpreter's lock.
     """
     return _corvane.sharpen(img, border, value)
+
+
+def median(img: numpy.ndarray, ksize: Union[int, Tuple[int, int]], border: str = "replicate",
+           value: Union[None, int, Sequence[int]] = None) -> numpy.ndarray:
+    """The median of each channel over every ksize window of img, in a new array.
+
+    img: an (height, width, 3) or (height, width, 4) array of uint8, uint16 or
+        int16 (other layouts are copied first); all channels are filtered.
+    ksize: an odd side for a square window, or an odd (width, height) pair.
+    border: "replicate" (the nearest edge pixel) or "constant" (`value`) for
+        the neighbours outside the image.
+    value: the constant border's pixel: None (zeros), one integer for every
+        channel, or one per channel.
+
+    The result is exact (the middle of the sorted window) on every code path.
+    Raises ValueError naming a bad array, ksize, border or value. Runs without
+    the interpreter's lock.
+    """
+    return _corvane.median(img, ksize, border, value)

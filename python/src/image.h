@@ -63,3 +63,10 @@ void CheckStatus(int32_t status, const char* function);
 void DefineWarp(py::module_& m);
 
 }  // namespace corvane::python
+
+namespace corvane::python {
+
+// The image functions, each from its own unit.
+void DefineMedian(py::module_& m);
+
+}  // namespace corvane::python

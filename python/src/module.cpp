@@ -236,5 +236,6 @@ PYBIND11_MODULE(_corvane, m) {
                               view.image.format);
       },
       py::arg("img"), py::arg("keep_fourth") = false);
+  DefineMedian(m);
   DefineWarp(m);
 }

@@ -89,3 +89,24 @@ def test_arrays_as_images(array, keep, layout):
 def test_arrays_refused(array, message):
     with pytest.raises(ValueError, match=message):
         _corvane.image_layout(array)
+
+
+@pytest.mark.parametrize("dtype,channels,ksize,border,value", [
+    (U8, 3, 3, "replicate", None), (U8, 4, (5, 3), "constant", 200),
+    (U16, 3, 7, "constant", [1, 65535, 300]), (S16, 4, (1, 5), "replicate", None)])
+def test_median_against_a_sort(dtype, channels, ksize, border, value):
+    info = numpy.iinfo(dtype)
+    img = numpy.random.default_rng(5).integers(info.min, info.max, (11, 13, channels), dtype,
+                                               endpoint=True)
+    kw, kh = (ksize, ksize) if isinstance(ksize, int) else ksize
+    if border == "replicate":
+        padded = numpy.pad(img, ((kh // 2,) * 2, (kw // 2,) * 2, (0, 0)), mode="edge")
+    else:
+        padded = numpy.empty((11 + kh - 1, 13 + kw - 1, channels), dtype)
+        padded[...] = numpy.broadcast_to(value, (channels,))
+        padded[kh // 2:kh // 2 + 11, kw // 2:kw // 2 + 13] = img
+    windows = numpy.lib.stride_tricks.sliding_window_view(padded, (kh, kw), axis=(0, 1))
+    expected = numpy.sort(windows.reshape(11, 13, channels, -1), axis=-1)[..., kw * kh // 2]
+    assert numpy.array_equal(corvane.median(img, ksize, border, value), expected)
+    with pytest.raises(ValueError, match="odd"):
+        corvane.median(img, (kw + 1, kh))

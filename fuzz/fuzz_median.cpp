@@ -53,9 +53,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint8_t shape = in.Next();
   const int32_t width = in.Next() % 72, height = in.Next() % 40;
   int32_t maskWidth = MaskSide(in.Next()), maskHeight = MaskSide(in.Next());
-  // A mask of more than 4096 values keeps one side thin, so that an input
-  // stays fast; the sizes past 2 GiB of scratch are refused before any work.
-  if (maskWidth > 64 && maskHeight > 64 && maskWidth < 99999 && maskHeight < 99999) maskHeight = 1;
+  // An input stays fast: the work of a call grows as the mask's values times
+  // the pixels, so past 2^24 of it the mask is thinned, one side and then the
+  // other. Two huge sides stay, as their scratch is refused before any work.
+  const auto work = [&] { return int64_t{maskWidth} * maskHeight * width * height; };
+  if (!(maskWidth == 99999 && maskHeight == 99999)) {
+    if (work() > (int64_t{1} << 24)) maskHeight = 1;
+    if (work() > (int64_t{1} << 24)) maskWidth %= 64;
+  }
   const uint8_t borderCode = in.Next();
   const int32_t border = borderCode < 128   ? CORVANE_BORDER_REPLICATE
                          : borderCode < 240 ? CORVANE_BORDER_CONSTANT
@@ -72,9 +77,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                             (shape & 0x10) ? format % 9 + 1 : format, shape & 3, false, in);
   if (shape & 0x80) dst.data = nullptr;
   const std::vector<uint8_t> before = dstMemory;
-  const int32_t status = corvane_median(&src, &dst, maskWidth, maskHeight, border,
-                                        (shape & 0x40) ? nullptr : value);
+  const int32_t status =
+      corvane_median(&src, &dst, maskWidth, maskHeight, border, (shape & 0x40) ? nullptr : value);
   if (status != CORVANE_STATUS_OK && dstMemory != before) std::abort();  // a refusal wrote
-  if (status > 0) std::abort();  // no warning is designed
+  if (status > 0) std::abort();                                          // no warning is designed
   return 0;
 }

@@ -113,29 +113,18 @@ void Radix(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, I
 
 }  // namespace
 
-void ownMedianRadix_16u_C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                            ImageSize roi, ImageSize mask, uint8_t* work) {
-  Radix<false, 3, 3>(src, srcStep, dst, dstStep, roi, mask, work);
-}
-void ownMedianRadix_16u_C4KR(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                             ImageSize roi, ImageSize mask, uint8_t* work) {
-  Radix<false, 3, 4>(src, srcStep, dst, dstStep, roi, mask, work);
-}
-void ownMedianRadix_16u_C4R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                            ImageSize roi, ImageSize mask, uint8_t* work) {
-  Radix<false, 4, 4>(src, srcStep, dst, dstStep, roi, mask, work);
-}
-void ownMedianRadix_16s_C3R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                            ImageSize roi, ImageSize mask, uint8_t* work) {
-  Radix<true, 3, 3>(src, srcStep, dst, dstStep, roi, mask, work);
-}
-void ownMedianRadix_16s_C4KR(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                             ImageSize roi, ImageSize mask, uint8_t* work) {
-  Radix<true, 3, 4>(src, srcStep, dst, dstStep, roi, mask, work);
-}
-void ownMedianRadix_16s_C4R(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep,
-                            ImageSize roi, ImageSize mask, uint8_t* work) {
-  Radix<true, 4, 4>(src, srcStep, dst, dstStep, roi, mask, work);
-}
+// The six designed kernels: element type, channels filtered, elements a pixel.
+#define CORVANE_RADIX_ENTRY_(name, Signed, Channels, Stride)                                   \
+  void name(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, ImageSize roi, \
+            ImageSize mask, uint8_t* work) {                                                   \
+    Radix<Signed, Channels, Stride>(src, srcStep, dst, dstStep, roi, mask, work);              \
+  }
+CORVANE_RADIX_ENTRY_(ownMedianRadix_16u_C3R, false, 3, 3)
+CORVANE_RADIX_ENTRY_(ownMedianRadix_16u_C4KR, false, 3, 4)
+CORVANE_RADIX_ENTRY_(ownMedianRadix_16u_C4R, false, 4, 4)
+CORVANE_RADIX_ENTRY_(ownMedianRadix_16s_C3R, true, 3, 3)
+CORVANE_RADIX_ENTRY_(ownMedianRadix_16s_C4KR, true, 3, 4)
+CORVANE_RADIX_ENTRY_(ownMedianRadix_16s_C4R, true, 4, 4)
+#undef CORVANE_RADIX_ENTRY_
 
 }  // namespace corvane::CORVANE_VARIANT

@@ -1,5 +1,4 @@
-// The render exports as a client calls them through the shared object, on
-// windows of the X server of $DISPLAY, at once and paced by the timer.
+// The render exports through the shared object, at once and paced.
 #include "corvane.h"
 #include "support/x_window.h"
 

@@ -1,6 +1,6 @@
 // Render sessions on a display backend that keeps surfaces in memory, logs
-// every operation, fails any chosen call and counts its live objects (a leak
-// shows); on a timer that ticks only when the test says so.
+// every call, fails any chosen one and counts its live objects; on a timer
+// that ticks only when the test says so.
 #pragma once
 
 #include <atomic>
@@ -32,8 +32,7 @@ struct Backend final : render::IDirect3D9 {
   std::function<void(Op)> beforeCall;              // on the caller's thread, before the log
   std::function<bool(size_t index, Op)> failWhen;  // set before other threads call
   uint32_t caps = 1;
-  std::atomic<int> live{0};    // devices and surfaces, back buffers included
-  std::vector<uint8_t> shown;  // the back buffer's BGRX rows at the last Present
+  std::atomic<int> live{0};  // devices and surfaces, back buffers included
   std::mutex lock;
   std::vector<Call> calls;
   render::RECT client{0, 0, 640, 480};
@@ -56,23 +55,19 @@ struct Backend final : render::IDirect3D9 {
   }
   HResult GetDeviceCaps(render::D3DCAPS9* c) override {
     const HResult result = Record(Op::GetDeviceCaps);
-    c->VertexProcessingCaps = result ? 0 : caps;
-    return result;
+    return c->VertexProcessingCaps = result ? 0 : caps, result;
   }
   HResult GetClientRect(render::WindowId, render::RECT* rect) override {
     const HResult result = Record(Op::GetClientRect);
     std::lock_guard<std::mutex> hold(lock);
-    *rect = result ? render::RECT{} : client;
-    return result;
+    return *rect = result ? render::RECT{} : client, result;
   }
   HResult CreateDevice(render::WindowId, uint32_t flags, const render::D3DPRESENT_PARAMETERS& p,
                        render::IDirect3DDevice9** device) override;
   uint32_t Release() override { return 0; }  // the test's own
 };
 
-// A surface, or a device with one for its back buffer. Surface rows are
-// padded past width × 4, so that a writer that ignores the pitch shows; new
-// pixels hold 0xAB.
+// A surface, or a device with one for its back buffer; rows padded past width × 4.
 struct Object final : render::IDirect3DSurface9, render::IDirect3DDevice9 {
   Object(Backend* b, uint32_t w, uint32_t h, bool device)
       : backend(b), back(device ? new Object(b, w, h, false) : nullptr) {
@@ -83,7 +78,7 @@ struct Object final : render::IDirect3DSurface9, render::IDirect3DDevice9 {
     --backend->live;
   }
   void Allocate(uint32_t w, uint32_t h) {
-    width = w, height = h, pitch = int32_t(w * 4 + 64), pixels.assign(size_t(pitch) * h, 0xAB);
+    height = h, pitch = int32_t(w * 4 + 64), pixels.assign(size_t(pitch) * h, 0xAB);
   }
   uint32_t First() const {
     return pixels[0] | pixels[1] << 8 | pixels[2] << 16 | uint32_t(pixels[3]) << 24;
@@ -111,14 +106,7 @@ struct Object final : render::IDirect3DSurface9, render::IDirect3DDevice9 {
     *out = nullptr;
     return backend->Record(Op::GetBackBuffer) ? kFailed : (back->AddRef(), *out = back, 0);
   }
-  HResult Present() override {
-    if (backend->Record(Op::Present, back->First())) return kFailed;
-    backend->shown.clear();
-    for (uint32_t y = 0; y < back->height; ++y)
-      backend->shown.insert(backend->shown.end(), &back->pixels[y * back->pitch],
-                            &back->pixels[y * back->pitch + back->width * 4]);
-    return 0;
-  }
+  HResult Present() override { return backend->Record(Op::Present, back->First()); }
   HResult CreateOffscreenPlainSurface(uint32_t w, uint32_t h,
                                       render::IDirect3DSurface9** out) override {
     *out = nullptr;
@@ -129,14 +117,14 @@ struct Object final : render::IDirect3DSurface9, render::IDirect3DDevice9 {
   HResult UpdateSurface(render::IDirect3DSurface9* source,
                         render::IDirect3DSurface9* target) override {
     auto *from = static_cast<Object*>(source), *to = static_cast<Object*>(target);
-    if (backend->Record(Op::UpdateSurface, from->First()) || from->width != to->width ||
+    if (backend->Record(Op::UpdateSurface, from->First()) || from->pitch != to->pitch ||
         from->height != to->height)
       return kFailed;
     return to->pixels = from->pixels, 0;
   }
   Backend* backend;
   Object* back;
-  uint32_t width = 0, height = 0;
+  uint32_t height = 0;
   int32_t pitch = 0;
   std::vector<uint8_t> pixels;
   bool locked = false;
@@ -151,7 +139,7 @@ inline HResult Backend::CreateDevice(render::WindowId, uint32_t flags,
   return *device = new Object(this, p.BackBufferWidth, p.BackBufferHeight, true), 0;
 }
 
-// The one hand-driven timer of a test: it runs only on Tick().
+// The one timer of a test, run by hand.
 struct ManualTimer {
   static inline platform::TimerCallback callback = nullptr;
   static inline void* context = nullptr;
@@ -164,8 +152,8 @@ struct ManualTimer {
   static void Tick() { callback ? callback(context) : void(); }
 };
 
-// A session on a recording backend, on the manual timer unless `realTimer`.
-// When it goes, nothing of the backend's may be left alive.
+// A session on a recording backend, on the manual timer unless `realTimer`;
+// nothing of the backend's may outlive it.
 struct Rig {
   explicit Rig(bool realTimer = false) {
     process.direct3d = &backend;

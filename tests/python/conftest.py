@@ -1,5 +1,5 @@
-"""Test streams made with the ffmpeg command line, kept in the build tree, and
-FFmpeg's own view of them (ffprobe, ffmpeg's BGR24) as the oracle."""
+"""Test streams made with the ffmpeg command line, and ffprobe's and ffmpeg's
+view of them as the oracle."""
 import hashlib
 import os
 import pathlib
@@ -13,8 +13,7 @@ X265 = "-c:v libx265 -x265-params log-level=error"
 
 
 def make_stream(name, args, size=(160, 96), frames=14, source="testsrc2"):
-    """A synthetic clip; the extension of `name` picks the container. Made once
-    per recipe (its digest is in the file's name)."""
+    """A clip in the container of `name`'s extension, made once per recipe."""
     recipe = f"{size}/{frames}/{args}/{source}"
     stem, ext = name.rsplit(".", 1)
     path = DATA / f"{stem}-{hashlib.sha1(recipe.encode()).hexdigest()[:12]}.{ext}"
@@ -44,13 +43,12 @@ def ffmpeg_pictures(path, width, height):
     return numpy.frombuffer(raw, numpy.uint8).reshape(-1, height, width, 3)
 
 
-# Raw streams whose access units each open with a delimiter, and that delimiter.
+# Raw streams cut into access units at each delimiter.
 DELIMITED = {"h264": (X264 + " -x264-params aud=1", b"\0\0\0\1\x09"),
              "h265": (X265 + ":aud=1", b"\0\0\0\1\x46\x01")}
 
 
 def access_units(codec):
-    """A raw stream of `codec` and its access units, cut at each delimiter."""
     args, delimiter = DELIMITED[codec]
     path = make_stream(f"aud.{codec}", args)
     return path, [delimiter + unit for unit in

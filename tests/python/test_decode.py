@@ -1,5 +1,4 @@
-"""Pictures from corvane.open and corvane.Decoder against FFmpeg's own decode
-and BGR24 conversion, their count against ffprobe's, their times against its."""
+"""Pictures from corvane.open and corvane.Decoder against ffmpeg's and ffprobe's."""
 import numpy
 import pytest
 from numpy.lib.stride_tricks import sliding_window_view
@@ -25,7 +24,7 @@ def test_every_picture_as_ffmpeg_gives_it(name, args, size):
     path = make_stream(name, args, size, source="testsrc2" if size[0] % 2 == 0 else "testsrc")
     frames = list(corvane.open(path))
     assert len(frames) == int(ffprobe(path, "stream=nb_read_frames")[0])
-    assert all(type(f) is corvane.Frame and f.dtype == numpy.uint8 for f in frames)
+    assert all(type(f) is corvane.Frame for f in frames)
     assert numpy.array_equal(numpy.stack(frames), ffmpeg_pictures(path, *size))
     assert [f.index for f in frames] == list(range(len(frames)))
     times = [float(t) for t in ffprobe(path, "frame=pts_time")]
@@ -59,20 +58,14 @@ def test_strict_and_median_roads():
     expected = ffmpeg_pictures(path, 160, 96)
 
     strict = numpy.stack(list(corvane.open(path, strict=True)))
-    assert strict.shape == expected.shape
     assert numpy.array_equal(strict[:, :-1], expected[:, :-1])
     assert numpy.array_equal(strict[:, -1], strict[:, -2])  # the row the exports leave
-
-    median = list(corvane.open(path, median=True))
-    assert len(median) == len(expected)
-    for picture, reference in zip(median, expected):
-        inside = numpy.s_[1:-1, 1:-1]
-        assert numpy.array_equal(picture[inside], median3x3(reference))
+    median = numpy.stack(list(corvane.open(path, median=True)))
+    assert numpy.array_equal(median[:, 1:-1, 1:-1], numpy.stack([median3x3(p) for p in expected]))
 
 
 def sharpen3x3(picture):
-    """17 times each byte less the nine around it (borders replicated), limited
-    at 0, divided by 8 to nearest with ties to even, limited at 255."""
+    """(17 x - the 3x3 sum, edges replicated) / 8, to nearest even, in 0..255."""
     p = picture.astype(numpy.int32)
     wide = numpy.pad(p, ((1, 1), (1, 1), (0, 0)), mode="edge")
     v = 17 * p - sliding_window_view(wide, (3, 3), axis=(0, 1)).sum(axis=(-2, -1))

@@ -1,7 +1,5 @@
-"""The package as a user meets it: the command line, an installed copy, and
-memory that stays put over a thousand decodes."""
+"""The command line, an installed copy, and no leak over a thousand decodes."""
 import os
-import pathlib
 import resource
 import subprocess
 import sys
@@ -53,8 +51,7 @@ def test_installed_package_imports_from_its_prefix(tmp_path):
 
 
 def resident_kib():
-    return int(pathlib.Path("/proc/self/statm").read_text().split()[1]) * \
-        resource.getpagesize() // 1024
+    return int(open("/proc/self/statm").read().split()[1]) * resource.getpagesize() // 1024
 
 
 @pytest.mark.skipif("CORVANE_SANITIZE" in os.environ,
@@ -73,12 +70,10 @@ def test_no_leak_over_a_thousand_decodes():
     for _ in range(100):  # FFmpeg's and the allocator's pools settle
         decode_file()
     tracemalloc.start()
-    before_python = tracemalloc.take_snapshot()
     before_rss = resident_kib()
     for _ in range(1000):
         decode_file()
-    grown = sum(s.size_diff for s in tracemalloc.take_snapshot().compare_to(before_python,
-                                                                             "filename"))
+    grown = tracemalloc.get_traced_memory()[0]
     tracemalloc.stop()
     # A session, a file or a picture kept each time would be tens of MiB.
     assert resident_kib() - before_rss < 4096

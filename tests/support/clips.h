@@ -1,6 +1,5 @@
-// Test clips made with the ffmpeg tool and cached under a digest of their
-// recipe; FFmpeg's own decode and BGR24 conversion of them, the oracle for
-// every picture the library delivers.
+// Test clips made with the ffmpeg tool, cached under a digest of their recipe,
+// and FFmpeg's own decode of them to BGR24: the oracle for every picture.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +23,7 @@ inline constexpr StreamRecipe k1080p = {
     "main_slices_1080p.h264", 1920, 1080, 80,
     "-c:v libx264 -profile:v main -bf 0 -g 50 -x264-params slices=4"};
 
-// The clip's path, made once per recipe: a changed recipe gets a new file.
+// The clip's path, made once per recipe.
 std::string MakeClip(const StreamRecipe& recipe);
 // A raw clip cut into access units by FFmpeg's parser.
 std::vector<Packet> LoadPackets(const StreamRecipe& recipe);

@@ -10,6 +10,7 @@
 #include <functional>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace corvane::test {
@@ -23,8 +24,8 @@ inline std::vector<uint8_t> MakeFrame(int width, int height, uint32_t number) {
   return frame;
 }
 
-// One connection for the whole run, or null without a server on DISPLAY. Held
-// open, it keeps the server from resetting between the renderer's connections.
+// One connection for the run (it keeps the server from resetting between the
+// renderer's connections), or null without a server on DISPLAY.
 inline xcb_connection_t* TestConnection() {
   static xcb_connection_t* const xcb = [] {
     xcb_connection_t* c = std::getenv("DISPLAY") ? xcb_connect(nullptr, nullptr) : nullptr;
@@ -41,10 +42,8 @@ inline const xcb_screen_t* Screen() {
   return xcb_setup_roots_iterator(xcb_get_setup(TestConnection())).data;
 }
 
-// Test programs run side by side, and a window on top would hide what is drawn
-// below: each program that reads windows back draws in a cell of 440 x 220
-// pixels of its own, CORVANE_TEST_CELL (set by its CMake target), in the
-// second row: the player's windows open at the top left.
+// Programs run side by side: each reads back windows in a 440 x 220 cell of its
+// own (CORVANE_TEST_CELL) in the second row; the player's open at the top left.
 #ifndef CORVANE_TEST_CELL
 #define CORVANE_TEST_CELL 0
 #endif
@@ -64,9 +63,7 @@ class XWindow {
   }
   ~XWindow() { Destroy(); }
   void Destroy() {
-    if (id_ != 0) xcb_destroy_window(TestConnection(), id_);
-    Sync();
-    id_ = 0;
+    if (id_ != 0) xcb_destroy_window(TestConnection(), std::exchange(id_, 0)), Sync();
   }
   void Resize(int width, int height) {
     const uint32_t size[] = {uint32_t(width_ = width), uint32_t(height_ = height)};
@@ -78,9 +75,8 @@ class XWindow {
     xcb_clear_area(TestConnection(), 0, id_, 0, 0, 0, 0);
     Sync();
   }
-  // Pixels that don't show the BGR24 frame stretched over the window by nearest
-  // neighbour, polled for up to `seconds`. The frame's last row isn't converted:
-  // it shows `lastRow` (0xRRGGBB). A null 1 x 1 frame is all last row.
+  // Pixels not showing the BGR24 frame stretched by nearest neighbour, polled
+  // for up to `seconds`; its last row (all of a null 1 x 1 frame) shows `lastRow`.
   int Mismatches(const uint8_t* frame, int fw, int fh, uint32_t lastRow, int seconds = 20) const {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     for (;; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
@@ -100,8 +96,8 @@ class XWindow {
   xcb_window_t id() const { return id_; }
 
  private:
-  // Whether `got` (BGRX) is the source pixel whose area holds the centre of
-  // (x, y); a centre on a border may take either side.
+  // Whether `got` (BGRX) is a source pixel whose area holds the centre of
+  // (x, y), either side of a border.
   bool Shows(const uint8_t* got, int x, int y, const uint8_t* frame, int fw, int fh,
              uint32_t lastRow) const {
     auto sources = [](int d, int dn, int sn) {
@@ -125,9 +121,8 @@ class XWindow {
 using DrawFn =
     std::function<int32_t(xcb_window_t, const std::vector<uint8_t>& frame, int w, int h)>;
 
-// Frames through `draw` on a window of many sizes (height alone, width alone,
-// both), on a second window, on one destroyed meanwhile (the call must still
-// return 0) and on a new window after it; each read back.
+// Frames through `draw` on a window resized in height, width and both, on a
+// second window, on one destroyed meanwhile and on a new one after it.
 inline void ExpectFramesFollowWindows(const DrawFn& draw, uint32_t lastRow) {
   const int steps[][4] = {{96, 64, 96, 64},   {48, 32, 96, 64},   {48, 32, 48, 32},
                           {48, 17, 48, 32},   {33, 17, 33, 17},   {33, 17, 33, 17},

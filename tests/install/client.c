@@ -1,7 +1,6 @@
-/* A client of the installed library, written as a user would: decodes a raw
- * H.264 stream through the exports one access unit a call, plain and then with
- * the median clean-up, counting the pictures the frame callback gets. It calls
- * every export, so that a static link takes in the whole library. */
+/* A client of the installed library: counts the pictures of a raw H.264 stream
+ * decoded plain and with the median clean-up, and calls every export, so that a
+ * static link takes in the whole library. */
 #include <corvane.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,8 +13,8 @@ static void OnFrame(const CodecFrameRecord* record) {
   pictures += record->pixels && record->size == record->width * record->height * 3;
 }
 
-/* An access unit ends before the SEI, parameter set, delimiter or first slice
- * (first macroblock 0) that follows a slice. */
+/* An access unit ends before a SEI, parameter set, delimiter or first slice
+ * that follows a slice. */
 static long Decode(CodecHandle session, const unsigned char* data, long size, Decompress call) {
   BITMAPINFOHEADER header;
   uint8_t none[1];

@@ -43,24 +43,17 @@ TEST(BitReader, GivesValuesThenRaises) {
     std::vector<int64_t> values;  // before any raise
     bool raises;
   } cases[] = {
-      {{}, "0 B", {0}, true},                     // ReadBits(0) reads nothing
-      {{0, 0, 3, 1}, "B B B", {0, 0, 1}, false},  // an escape
-      {{0, 0, 3, 0, 0, 3, 1}, "B B B B B", {0, 0, 0, 0, 1}, false},
-      {{0, 0, 3}, "B B B", {0, 0}, true},  // escape as the last byte
-      {{0, 0, 1}, "B B B", {0, 0}, true},  // start codes end the unit
-      {{0, 0, 0, 1}, "B B B B", {0, 0, 0}, true},
-      {{0, 0, 0, 0}, "B B B B", {0, 0, 0}, true},
-      {{0, 3, 5}, "B B B", {0, 3, 5}, false},  // 03 after one zero is data
-      {{0, 0, 3, 0, 7}, "B B B B", {0, 0, 0, 7}, false},
+      {{}, "0 B", {0}, true},                                     // ReadBits(0) reads nothing
+      {{0, 0, 3, 1}, "B B B", {0, 0, 1}, false},                  // an escape
+      {{0, 0, 3}, "B B B", {0, 0}, true},                         // escape as the last byte
+      {{0, 0, 1}, "B B B", {0, 0}, true},                         // start codes end the unit
+      {{0, 3, 5}, "B B B", {0, 3, 5}, false},                     // 03 after one zero is data
       {{0xA6, 0x42, 0x80}, "U U U U U", {0, 1, 2, 3, 4}, false},  // 1 010 011 00100 00101
       {{0xA6, 0x42, 0x80}, "S S S S S", {0, 1, -1, 2, -2}, false},
       {{0, 0, 3, 0, 1, 0xFF, 0xFF, 0xFF, 0xFE}, "U", {0xFFFFFFFE}, false},  // the largest ue
       {{0x80, 0, 0, 0, 0x7F}, "1 U", {1}, true},                            // 32 leading zeros
-      {{0x80, 0, 0, 0, 0}, "1 U", {1}, true},
       {{0x12, 0x34, 0x56, 0x78, 0x9A}, "4 32 4", {0x1, 0x23456789, 0xA}, false},
-      {{0xB5, 0x6C, 0xF0}, "3 7 1 9 0 4", {0x5, 0x55, 0x1, 0xCF, 0, 0}, false},
-      {{1, 2, 3, 4, 5, 6}, "33", {}, true},
-      {{0xFF}, "4 8", {0xF}, true}};
+      {{1, 2, 3, 4, 5, 6}, "33", {}, true}};
   for (const auto& c : cases) {
     Packet unit = {0x67};  // any header byte: the reader skips it
     unit.insert(unit.end(), c.payload.begin(), c.payload.end());
@@ -99,14 +92,10 @@ TEST(Parser, StartCodesAndPrintedMessages) {
     std::string printedOnceSynchronised;
     bool defines;
   } cases[] = {{{}, kShort, false},
-               {{0, 0, 1}, kShort, false},
                {{sps.begin() + 1, sps.end()}, "", true},  // behind 00 00 01
                {sps, "", true},
                {zeroThenSps, kInvalid, false},
-               {{sps.begin() + 4, sps.end()}, kInvalid, false},
-               {{0, 0, 2, 0x67, 0x4D}, kInvalid, false},
-               {{0, 0, 0, 1}, "", false},
-               {{0, 0, 0, 1, 0x09, 0xF0}, "", false}};
+               {{0, 0, 0, 1}, "", false}};
   for (const auto& c : cases)
     for (const bool synchronised : {false, true}) {
       cParser parser(1000, true);
@@ -129,12 +118,10 @@ TEST(Parser, StartCodesAndPrintedMessages) {
            [&] { parser.ParsePPS(&pps256[4], int32_t(pps256.size() - 4)); }}) {
     parser.Reset();
     EXPECT_TRUE(Raises(action));
-    EXPECT_TRUE(std::none_of(std::begin(parser.Context().spsSlots),
-                             std::end(parser.Context().spsSlots),
-                             [](auto& s) { return s.defined; }));
-    EXPECT_TRUE(std::none_of(std::begin(parser.Context().ppsSlots),
-                             std::end(parser.Context().ppsSlots),
-                             [](auto& s) { return s.defined; }));
+    auto none = [](const auto& slots) {
+      return std::none_of(slots.begin(), slots.end(), [](auto& s) { return s.defined; });
+    };
+    EXPECT_TRUE(none(parser.Context().spsSlots) && none(parser.Context().ppsSlots));
   }
 }
 
@@ -203,27 +190,40 @@ void ExpectSps(const SpsRecord& s, const Traced& t) {
 }
 
 // Every unit in full, one at a time: sets, slice headers (a new picture at
-// each first slice) and picture timing. Every stream has slices of several a
-// picture; -g 1 makes every picture a key one, told apart by idr_pic_id alone.
-TEST(Parser, ReadsX264StreamsAsFfmpegDoes) {
-  const std::tuple<const char*, const char*, bool> streams[] = {
-      // name, options, picture timing
-      {"baseline", "-profile:v baseline -g 1", false},
-      {"high444", "-pix_fmt yuv444p -profile:v high444", false},
-      {"mbaff_bff", "-x264-params interlaced=1:bff=1", true},
-      {"hrd_pic_struct",
-       "-b:v 200k -maxrate 200k -bufsize 400k -x264-params nal-hrd=cbr:pic-struct=1", true},
-      {"cropped", "-profile:v main -s 100x58", false},
-      {"odd_interlaced", "-x264-params interlaced=1 -s 90x72", true}};
-  for (const auto& [name, args, timing] : streams) {
-    SCOPED_TRACE(name);
+// each first slice) and picture timing, of x264 streams of two slices a
+// picture (-g 1: key pictures told apart by idr_pic_id alone), and sets of
+// what x264 never writes: pic_order_cnt_type 1, scaling matrices, VCL HRD,
+// separate colour planes, cropping with the VUI behind it.
+TEST(Parser, ReadsStreamsAndWrittenSetsAsFfmpegDoes) {
+  std::vector<std::tuple<std::string, std::vector<Packet>, bool>> streams;  // picture timing
+  for (const auto& [name, args, timing] :
+       std::initializer_list<std::tuple<const char*, const char*, bool>>{
+           {"baseline", "-profile:v baseline -g 1", false},
+           {"mbaff_bff", "-x264-params interlaced=1:bff=1", true},
+           {"hrd_pic_struct",
+            "-b:v 200k -maxrate 200k -bufsize 400k -x264-params nal-hrd=cbr:pic-struct=1", true}}) {
     const std::string file = std::string("h264parser_") + name + ".h264",
                       options = std::string("-c:v libx264 -slices 2 ") + args;
-    const std::vector<Packet> packets = LoadPackets({file.c_str(), 176, 144, 5, options.c_str()});
+    streams.push_back({name, LoadPackets({file.c_str(), 176, 144, 5, options.c_str()}), timing});
+  }
+  std::vector<SpsRecipe> recipes(4);
+  recipes[0].pic_order_cnt_type = recipes[0].delta_pic_order_always_zero_flag = 1,
+  recipes[0].offsetForRefFrame = {4, -7, 300};
+  recipes[1].scalingDeltas = {{}, {-8}, {}, {3, -1, -10}, {}, {}, {}, {120, -128}};
+  recipes[1].scalingDeltas[2].assign(16, 1), recipes[1].scalingDeltas[5].assign(16, 2);
+  recipes[1].scalingDeltas[6].assign(64, -3);
+  recipes[2].cropping = true, recipes[2].vclHrd = {2, 32, 1}, recipes[2].frame_mbs_only_flag = 0;
+  recipes[3].profile_idc = 244, recipes[3].chroma_format_idc = 3, recipes[3].nalHrd = {1, 7, 5},
+  recipes[3].pic_struct_present_flag = 1, recipes[3].seq_parameter_set_id = 31;
+  for (size_t i = 0; i < recipes.size(); ++i)
+    recipes[i].vui = i > 0,
+    streams.push_back({"set " + std::to_string(i), {WriteSps(recipes[i])}, false});
+  for (const auto& [name, packets, timing] : streams) {
+    SCOPED_TRACE(name);
     const std::vector<Traced> traced = Trace(packets);
     cParser parser(1000, false);
     parser.Reset();
-    size_t index = 0, sets = 0, slices = 0, timings = 0;
+    size_t index = 0, sets = 0, timings = 0;
     for (const Packet& packet : packets) {
       bool first = true;
       for (const Packet& unit : SplitNalUnits(packet)) {
@@ -248,7 +248,7 @@ TEST(Parser, ReadsX264StreamsAsFfmpegDoes) {
                    t.at("frame_num"), Or(t, "field_pic_flag", 0), Or(t, "idr_pic_id", 0),
                    Or(t, "pic_order_cnt_lsb", 0), Or(t, "delta_pic_order_cnt_bottom", 0)}))
               << "unit " << index;
-          first = false, ++slices;
+          first = false;
         } else if (NalType(unit) == 6 && ctx.activeSps &&
                    (t.count("cpb_removal_delay") || t.count("pic_struct"))) {
           EXPECT_TRUE(ctx.activeSps->PictureTiming.valid) << "unit " << index;
@@ -259,43 +259,7 @@ TEST(Parser, ReadsX264StreamsAsFfmpegDoes) {
     }
     EXPECT_EQ(index, traced.size());
     EXPECT_GE(sets, 1u);
-    EXPECT_GT(slices, packets.size());
     EXPECT_EQ(timings >= 3, timing);
-  }
-}
-
-// What x264 never writes: pic_order_cnt_type 1, scaling matrices in the set,
-// VCL HRD, separate colour planes, cropping.
-TEST(Parser, ReadsWrittenSetsAsFfmpegDoes) {
-  std::vector<SpsRecipe> recipes(8);
-  recipes[1].pic_order_cnt_type = 1, recipes[1].offsetForRefFrame = {4, -7, 300};
-  recipes[2].pic_order_cnt_type = recipes[2].delta_pic_order_always_zero_flag =
-      recipes[2].pic_struct_present_flag = 1;
-  recipes[3].scalingDeltas = {{}, {-8}, {}, {3, -1, -10}, {}, {}, {}, {120, -128}};
-  recipes[3].scalingDeltas[2].assign(16, 1), recipes[3].scalingDeltas[5].assign(16, 2);
-  recipes[3].scalingDeltas[6].assign(64, -3);
-  recipes[4].nalHrd = {3, 18, 11}, recipes[4].vclHrd = {1, 9, 27},
-  recipes[4].pic_struct_present_flag = 1;
-  recipes[5].cropping = true, recipes[5].vclHrd = {2, 32, 1}, recipes[5].frame_mbs_only_flag = 0;
-  recipes[6].profile_idc = recipes[7].profile_idc = 244,
-  recipes[6].chroma_format_idc = recipes[7].chroma_format_idc = 3;
-  recipes[6].seq_parameter_set_id = 31, recipes[7].nalHrd = {1, 7, 5},
-  recipes[7].pic_struct_present_flag = 1;
-  recipes[7].scalingDeltas = recipes[3].scalingDeltas;
-  recipes[0].profile_idc = 77;
-  for (size_t i = 0; i < recipes.size(); ++i) {
-    SpsRecipe s = recipes[i];
-    s.vui = i > 1;
-    cParser parser(1000, false);
-    parser.Reset();
-    Feed(parser, WriteSps(s));
-    // Eight scaling lists even for 4:4:4, where ITU-T H.264 reads twelve: FFmpeg traces the set
-    // without them.
-    if (s.chroma_format_idc == 3) s.scalingDeltas.clear();
-    const std::vector<Traced> traced = Trace({WriteSps(s)});
-    ASSERT_EQ(traced.size(), 1u);
-    ASSERT_TRUE(parser.Context().spsSlots[s.seq_parameter_set_id].defined) << i;
-    ExpectSps(parser.Context().spsSlots[s.seq_parameter_set_id], traced[0]);
   }
 }
 

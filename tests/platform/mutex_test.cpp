@@ -110,9 +110,9 @@ TEST(NamedMutex, ManyCreatorsAtOnceShareOneWorkingMutex) {
       mmap(nullptr, 8, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   int start[2];  // closed: every child starts at once
   ASSERT_EQ(pipe(start), 0);
-  std::vector<pid_t> children;
-  for (int i = 0; i < 6; ++i)
-    if (children.push_back(fork()), children.back() == 0) {
+  std::vector<pid_t> children(6);
+  for (pid_t& child : children)
+    if ((child = fork()) == 0) {
       char byte;
       close(start[1]);
       Mutex* mutex = read(start[0], &byte, 1) == 0 ? CreateMutex(name.name.c_str()) : nullptr;

@@ -75,47 +75,6 @@ inline BITMAPINFOHEADER Sized(BITMAPINFOHEADER h, int w, int height) {
   return h;
 }
 
-struct Delivered {
-  std::vector<Picture> pictures;
-  std::vector<int32_t> results;
-  int badHeaders = 0, lastRowsWritten = 0;  // the plain path leaves the caller's last row
-};
-// Every packet into a buffer of one picture, patterned anew for each call.
-inline Delivered DecodeAll(CodecHandle session, Decompress decompress,
-                           const std::vector<Packet>& packets, int w, int h) {
-  Delivered d;
-  std::vector<uint8_t> out(size_t(w) * h * 3), pattern(out.size());
-  for (size_t call = 0; call < packets.size(); ++call) {
-    for (size_t i = 0; i < out.size(); ++i) out[i] = pattern[i] = uint8_t(i * 31 + call * 7);
-    BITMAPINFOHEADER header = Filled(0xEE, false);
-    d.results.push_back(decompress(session, packets[call].data(), int32_t(packets[call].size()),
-                                   &header, out.data(), int32_t(out.size())));
-    const bool picture = header.biSize == 40;
-    d.badHeaders += !(
-        header == (picture ? Sized(Filled(0xEE), header.biWidth, header.biHeight) : Filled(0xEE)));
-    const bool filtered =
-        decompress == H264CodecDecompressMedian || decompress == corvane_codec_decompress_sharpen;
-    d.lastRowsWritten +=
-        picture && !filtered && !std::equal(out.end() - w * 3, out.end(), pattern.end() - w * 3);
-    if (picture) d.pictures.push_back({header.biWidth, header.biHeight, out});
-  }
-  return d;
-}
-
-// "" if equal picture for picture (all rows, or all but the caller's last).
-inline std::string Compare(const std::vector<Picture>& got, const std::vector<Picture>& expected,
-                           bool lastRow = false) {
-  if (got.size() != expected.size()) return std::to_string(got.size()) + " pictures";
-  for (size_t n = 0; n < got.size(); ++n) {
-    const Picture &a = got[n], &b = expected[n];
-    if (a.width != b.width || a.height != b.height)
-      return "picture " + std::to_string(n) + "'s size";
-    if (FirstDifferingRow(a.bgr.data(), b.bgr.data(), a.width, a.height - !lastRow) >= 0)
-      return "picture " + std::to_string(n);
-  }
-  return "";
-}
-
 // Per channel, the middle of the nine values around each pixel, borders replicated.
 inline Picture Median3x3(Picture p) {
   const std::vector<uint8_t> in = p.bgr;
@@ -165,40 +124,62 @@ struct Clip {
   std::vector<Picture> pictures;
 };
 
-// This thread's tally of checked calls: a picture must be the one expected,
-// all rows but the caller's last unless filtered. A callback may reset its
-// own session.
+// This thread's tally of checked pictures, which must come in the clip's
+// order from `next`: all rows but the caller's last, unless filtered or
+// `full`. A callback may reset its own session.
 struct Checked {
-  const Picture* expected = nullptr;
-  int rows = 0, delivered = 0, wrong = 0;
-  bool resetInside = false;
+  const Clip* clip = nullptr;
+  size_t next = 0;
+  bool full = false, resetInside = false;
+  int delivered = 0, wrong = 0;
 };
 inline thread_local Checked t_checked;
 inline void CheckPicture(const uint8_t* pixels, int width, int height) {
-  const Picture* p = t_checked.expected;
-  ++t_checked.delivered;
-  t_checked.wrong += width != p->width || height != p->height ||
-                     FirstDifferingRow(pixels, p->bgr.data(), width, t_checked.rows) != -1;
+  Checked& c = t_checked;
+  const Picture* p = c.next < c.clip->pictures.size() ? &c.clip->pictures[c.next++] : nullptr;
+  ++c.delivered;
+  c.wrong +=
+      !p || width != p->width || height != p->height ||
+      FirstDifferingRow(pixels, p->bgr.data(), width, height - !(c.clip->filter || c.full)) != -1;
 }
 inline void OnPicture(const CodecFrameRecord* r) {
   CheckPicture(r->pixels, r->width, r->height);
   if (t_checked.resetInside) H264CodecReset(r->session);
 }
-// Packet `n` into a buffer of one picture, or through the frame callback.
+// Packet `n` into a buffer of one picture or through the frame callback. A
+// call that succeeds writes the picture's fields over the caller's header,
+// or none, and leaves a plain picture's last row alone without `full`.
 inline int32_t FeedChecked(CodecHandle session, const Clip& clip, size_t n, bool callback,
                            BITMAPINFOHEADER* header = nullptr) {
-  BITMAPINFOHEADER own{};
+  BITMAPINFOHEADER own = Filled(0xEE, false);
   header = header ? header : &own;
-  const Picture& p = clip.pictures[n];
-  t_checked.expected = &p, t_checked.rows = clip.filter ? p.height : p.height - 1;
-  std::vector<uint8_t> out(callback ? 0 : p.bgr.size());
+  BITMAPINFOHEADER caller = *header;
+  const int w = clip.recipe.width, before = t_checked.delivered;
+  t_checked.clip = &clip;
+  std::vector<uint8_t> out(callback ? 0 : size_t(w) * clip.recipe.height * 3, 0xA5);
   H264CodecSetCallback(session, OnPicture);
   const int32_t result =
       clip.decompress()(session, clip.packets[n].data(), int32_t(clip.packets[n].size()), header,
                         out.data(), int32_t(out.size()));
-  if (!callback && result == 0 && header->biSize == 40)
+  if (!callback && result == 0 && header->biSize == 40) {
     CheckPicture(out.data(), header->biWidth, header->biHeight);
+    t_checked.wrong +=
+        !(clip.filter || t_checked.full) && std::count(out.end() - w * 3, out.end(), 0xA5) != w * 3;
+  }
+  caller.biXPelsPerMeter = caller.biYPelsPerMeter = 0;
+  if (t_checked.delivered > before) caller = Sized(caller, w, clip.recipe.height);
+  t_checked.wrong += result == 0 && !(*header == caller);
   return result;
+}
+
+// Packets `from` to the end: each gives its picture, FFmpeg's own.
+inline void ExpectClipFrom(CodecHandle session, const Clip& clip, size_t from = 0,
+                           bool callback = false, bool full = false) {
+  t_checked = {&clip, from, full};
+  for (size_t n = from; n < clip.packets.size(); ++n)
+    EXPECT_EQ(FeedChecked(session, clip, n, callback), 0) << n;
+  EXPECT_EQ(std::pair(t_checked.delivered, t_checked.wrong),
+            std::pair(int(clip.packets.size() - from), 0));
 }
 
 }  // namespace corvane::test

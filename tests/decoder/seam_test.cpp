@@ -18,8 +18,7 @@ namespace {
 using Log = std::vector<std::string>;
 
 // Logs every call of the table by name; the first call of `failName` fails
-// without reaching the real one. Single-threaded: only the test's thread
-// calls the table.
+// without reaching the real one. Only the test's thread calls the table.
 struct Watch {
   static inline Log log;
   static inline std::string failName;
@@ -27,12 +26,9 @@ struct Watch {
 
   static bool Note(const std::string& entry) {
     log.push_back(entry);
-    if (entry.substr(0, entry.find(' ')) != failName) return false;
-    failName.clear();
-    return true;
+    return entry.substr(0, entry.find(' ')) == failName && (failName.clear(), true);
   }
   static Log Take() { return std::exchange(log, {}); }
-
   static const AVCodec* FindDecoder(const char* name) {
     return Note(std::string("findDecoder ") + name) ? nullptr : RealCalls().findDecoder(name);
   }
@@ -44,8 +40,9 @@ struct Watch {
     const bool asked = c->thread_count == 0 && (c->thread_type & FF_THREAD_SLICE) &&
                        (c->flags & AV_CODEC_FLAG_OUTPUT_CORRUPT) &&
                        (c->flags2 & AV_CODEC_FLAG2_SHOW_ALL);
-    if (Note(asked ? "openCodec" : "openCodec unconfigured")) return AVERROR(ENOMEM);
-    return RealCalls().openCodec(c, codec, options);
+    return Note(asked ? "openCodec" : "openCodec unconfigured")
+               ? AVERROR(ENOMEM)
+               : RealCalls().openCodec(c, codec, options);
   }
   static void FreeContext(AVCodecContext** context) {
     if (*context) Note("freeContext");
@@ -58,13 +55,14 @@ struct Watch {
   static SwsContext* GetSwsContext(int sw, int sh, AVPixelFormat sf, int dw, int dh,
                                    AVPixelFormat df, int flags, SwsFilter* a, SwsFilter* b,
                                    const double* p) {
-    if (Note("getSwsContext")) return nullptr;
-    return RealCalls().getSwsContext(sw, sh, sf, dw, dh, df, flags, a, b, p);
+    return Note("getSwsContext")
+               ? nullptr
+               : RealCalls().getSwsContext(sw, sh, sf, dw, dh, df, flags, a, b, p);
   }
   static int Scale(SwsContext* c, const uint8_t* const src[], const int srcStride[], int y, int h,
                    uint8_t* const dst[], const int dstStride[]) {
-    if (Note("scale")) return AVERROR(EINVAL);
-    return RealCalls().scale(c, src, srcStride, y, h, dst, dstStride);
+    return Note("scale") ? AVERROR(EINVAL)
+                         : RealCalls().scale(c, src, srcStride, y, h, dst, dstStride);
   }
   static PrimitiveStatus MedianBufferSize(ImageSize r, ImageSize m, PixelType t, int32_t c,
                                           int32_t* size) {
@@ -75,16 +73,17 @@ struct Watch {
     return Note("sharpenBufferSize") ? StatusSize
                                      : RealCalls().sharpenBufferSize(r, m, t, d, c, size);
   }
+  // "H264initMutex" only ever inside a session's lock, and given back first.
   static void Wait(platform::Mutex* m) {
     RealCalls().waitMutex(m);
     const bool init = m == InitMutex();
-    if (init && sessionHeld == 0) ++orderViolations;  // only ever inside a session's lock
+    orderViolations += init && sessionHeld == 0;
     ++(init ? initHeld : sessionHeld);
     Note(init ? "lock init" : "lock session");
   }
   static void Release(platform::Mutex* m) {
     const bool init = m == InitMutex();
-    if (!init && sessionHeld == 1 && initHeld > 0) ++orderViolations;  // ... and given back first
+    orderViolations += !init && sessionHeld == 1 && initHeld > 0;
     --(init ? initHeld : sessionHeld);
     Note(init ? "unlock init" : "unlock session");
     RealCalls().releaseMutex(m);
@@ -98,32 +97,18 @@ constexpr DecoderCalls kWatched{
 };
 
 using test::Clip;
+using test::ExpectClipFrom;
 using test::FeedChecked;
 using test::t_checked;
 const test::StreamRecipe& kBaseline = test::kStreams[0];  // H.264, 176 pixels a row
 const test::StreamRecipe& kHevc = test::kStreams[1];
 const test::StreamRecipe& kOdd = test::kStreams[3];  // H.264 4:4:4, 175 pixels a row
 
-// Packets `from` to the end into the caller's buffer: every picture FFmpeg's own.
-void ExpectClipFrom(CodecHandle session, const Clip& clip, size_t from, bool callback = false) {
-  t_checked = {};
-  for (size_t n = from; n < clip.packets.size(); ++n)
-    EXPECT_EQ(FeedChecked(session, clip, n, callback), 0) << n;
-  EXPECT_EQ(std::pair(t_checked.delivered, t_checked.wrong),
-            std::pair(int(clip.packets.size() - from), 0));
-}
-
 class DecoderSeam : public ::testing::Test {
  protected:
-  // The library's load makes the set-up lock; this test links the objects
-  // without the load.
-  static void SetUpTestSuite() {
-    if (!InitMutex()) CreateInitMutex();
-  }
   void SetUp() override {
-    Watch::Take();
-    Watch::failName.clear();
-    Watch::orderViolations = 0;
+    if (!InitMutex()) CreateInitMutex();  // the library's load makes it; the archive has no load
+    Watch::Take(), Watch::failName.clear(), Watch::orderViolations = 0;
     SetDecoderCallsForTesting(&kWatched);
   }
   void TearDown() override {

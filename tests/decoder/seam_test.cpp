@@ -29,50 +29,6 @@ struct Watch {
     return entry.substr(0, entry.find(' ')) == failName && (failName.clear(), true);
   }
   static Log Take() { return std::exchange(log, {}); }
-  static const AVCodec* FindDecoder(const char* name) {
-    return Note(std::string("findDecoder ") + name) ? nullptr : RealCalls().findDecoder(name);
-  }
-  static AVCodecContext* AllocContext(const AVCodec* codec) {
-    return Note("allocContext") ? nullptr : RealCalls().allocContext(codec);
-  }
-  static int OpenCodec(AVCodecContext* c, const AVCodec* codec, AVDictionary** options) {
-    // What set-up asks of the decoder before it opens it.
-    const bool asked = c->thread_count == 0 && (c->thread_type & FF_THREAD_SLICE) &&
-                       (c->flags & AV_CODEC_FLAG_OUTPUT_CORRUPT) &&
-                       (c->flags2 & AV_CODEC_FLAG2_SHOW_ALL);
-    return Note(asked ? "openCodec" : "openCodec unconfigured")
-               ? AVERROR(ENOMEM)
-               : RealCalls().openCodec(c, codec, options);
-  }
-  static void FreeContext(AVCodecContext** context) {
-    if (*context) Note("freeContext");
-    RealCalls().freeContext(context);
-  }
-  static AVFrame* AllocFrame() { return Note("allocFrame") ? nullptr : RealCalls().allocFrame(); }
-  static AVPacket* AllocPacket() {
-    return Note("allocPacket") ? nullptr : RealCalls().allocPacket();
-  }
-  static SwsContext* GetSwsContext(int sw, int sh, AVPixelFormat sf, int dw, int dh,
-                                   AVPixelFormat df, int flags, SwsFilter* a, SwsFilter* b,
-                                   const double* p) {
-    return Note("getSwsContext")
-               ? nullptr
-               : RealCalls().getSwsContext(sw, sh, sf, dw, dh, df, flags, a, b, p);
-  }
-  static int Scale(SwsContext* c, const uint8_t* const src[], const int srcStride[], int y, int h,
-                   uint8_t* const dst[], const int dstStride[]) {
-    return Note("scale") ? AVERROR(EINVAL)
-                         : RealCalls().scale(c, src, srcStride, y, h, dst, dstStride);
-  }
-  static PrimitiveStatus MedianBufferSize(ImageSize r, ImageSize m, PixelType t, int32_t c,
-                                          int32_t* size) {
-    return Note("medianBufferSize") ? StatusSize : RealCalls().medianBufferSize(r, m, t, c, size);
-  }
-  static PrimitiveStatus SharpenBufferSize(ImageSize r, int32_t m, PixelType t, PixelType d,
-                                           int32_t c, int32_t* size) {
-    return Note("sharpenBufferSize") ? StatusSize
-                                     : RealCalls().sharpenBufferSize(r, m, t, d, c, size);
-  }
   // "H264initMutex" only ever inside a session's lock, and given back first.
   static void Wait(platform::Mutex* m) {
     RealCalls().waitMutex(m);
@@ -90,11 +46,38 @@ struct Watch {
   }
 };
 
-constexpr DecoderCalls kWatched{
-    &Watch::FindDecoder,      &Watch::AllocContext,      &Watch::OpenCodec,     &Watch::FreeContext,
-    &Watch::AllocFrame,       &Watch::AllocPacket,       &Watch::GetSwsContext, &Watch::Scale,
-    &Watch::MedianBufferSize, &Watch::SharpenBufferSize, &Watch::Wait,          &Watch::Release,
-};
+// The real call of that name, or `failed` when it is the one to fail.
+#define WATCHED(call, failed) \
+  [](auto... a) { return Watch::Note(#call) ? failed : RealCalls().call(a...); }
+const DecoderCalls kWatched{[](const char* name) {
+                              return Watch::Note(std::string("findDecoder ") + name)
+                                         ? nullptr
+                                         : RealCalls().findDecoder(name);
+                            },
+                            WATCHED(allocContext, nullptr),
+                            [](AVCodecContext* c, const AVCodec* codec, AVDictionary** options) {
+                              // What set-up asks of the decoder before it opens it.
+                              const bool asked = c->thread_count == 0 &&
+                                                 (c->thread_type & FF_THREAD_SLICE) &&
+                                                 (c->flags & AV_CODEC_FLAG_OUTPUT_CORRUPT) &&
+                                                 (c->flags2 & AV_CODEC_FLAG2_SHOW_ALL);
+                              return Watch::Note(asked ? "openCodec" : "openCodec unconfigured")
+                                         ? AVERROR(ENOMEM)
+                                         : RealCalls().openCodec(c, codec, options);
+                            },
+                            [](AVCodecContext** context) {
+                              if (*context) Watch::Note("freeContext");
+                              RealCalls().freeContext(context);
+                            },
+                            WATCHED(allocFrame, nullptr),
+                            WATCHED(allocPacket, nullptr),
+                            WATCHED(getSwsContext, nullptr),
+                            WATCHED(scale, AVERROR(EINVAL)),
+                            WATCHED(medianBufferSize, StatusSize),
+                            WATCHED(sharpenBufferSize, StatusSize),
+                            &Watch::Wait,
+                            &Watch::Release};
+#undef WATCHED
 
 using test::Clip;
 using test::ExpectClipFrom;

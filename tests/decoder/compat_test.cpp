@@ -1,10 +1,6 @@
-// One packet in, at most one picture out, over FFmpeg's send/receive calls, on
-// MP2 audio: its decoder gives one frame a call, so a packet of several frames
-// leaves frames waiting, as a video decoder can. Each call gives one frame, in
-// stream order, none twice: at two frames a packet the queue of waiting frames
-// never fills and none is lost; at three the oldest give way. Packets of size
-// 0 or below, or without data, are refused, give no frame, never start the
-// drain and leave the queue alone. The oracle: FFmpeg decoding frame by frame.
+// One packet in, one picture out over send/receive, on MP2 audio, whose packets
+// of several frames leave frames waiting as a video decoder can: frames come in
+// stream order (at three a packet the oldest give way), refusals leave the queue.
 #include <gtest/gtest.h>
 
 #include <climits>

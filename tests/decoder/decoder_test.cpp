@@ -1,6 +1,5 @@
-// The decoder through its exports: every picture against FFmpeg's own decode
-// and BGR24 conversion, the results and headers of every road, what the
-// first-frames step reads of a stream's first packets.
+// The decoder through its exports: pictures against FFmpeg's, the roads, the
+// refusals and what the first-frames step reads.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -12,12 +11,8 @@
 namespace corvane::test {
 namespace {
 
-// One session meets every stream in turn, with no reset between two runs
-// unless a run asks or the codec changes: the conversion and the filter
-// scratch follow every change of size, layout and filter (176x96 to 176x144:
-// only taller; 160x144 to 176x144: only wider; median to sharpen and back).
-// A median picture is the 3x3 median of FFmpeg's, a sharpened one its
-// sharpen, every row.
+// One session meets every stream in turn: the conversion and filter scratch
+// follow each change of size (only taller, only wider), layout and filter.
 TEST(Delivery, EveryPictureIsFfmpegsAcrossStreamsCodecsModesAndResets) {
   // clang-format off
   const int runs[][3] = {  // stream, filter (1 median, 2 sharpen), reset
@@ -84,6 +79,42 @@ TEST(Roads, BufferSizeChoosesBufferCallbackOrRefusal) {
     EXPECT_EQ(Feed(session, packets[1], &header, out.data(), kBytes),
               reset ? ResultNoParameters : 0);
     EXPECT_EQ(H264CodecClose(session), 1);
+  }
+}
+
+// Packets refused by a session that decodes, and a null header: nothing
+// written but the cleared pels-per-meter words, and the next packet decodes.
+TEST(Refusals, LeaveHeaderAndBufferAndTheSessionDecodesOn) {
+  for (const Clip& clip : {Clip(kStreams[0]), Clip(kStreams[1])}) {
+    const Packet &p = clip.packets[1],
+                 broken = {0, 0,    0,    1,    uint8_t(p[4] == 0x41 ? 0x67 : 0x26),
+                           1, 0xFF, 0xFF, 0xFF, 0xFF};
+    const std::tuple<const uint8_t*, int32_t, bool, int32_t> cases[] = {
+        // bytes, size, header, result
+        {broken.data(), 10, 1, ResultDecodeFailed},
+        {nullptr, 0, 1, ResultDecodeFailed},
+        {p.data(), 0, 1, ResultDecodeFailed},
+        {p.data(), -1, 1, ResultDecodeFailed},
+        {p.data(), INT_MIN, 1, ResultDecodeFailed},
+        {p.data(), int32_t(p.size()), 0, ResultBadArgument}};
+    for (const auto& [bytes, size, header, result] : cases) {
+      SCOPED_TRACE(std::string(clip.recipe.file) + ", size " + std::to_string(size));
+      CodecHandle session = H264CodecOpen();
+      t_checked = {&clip};
+      ASSERT_EQ(FeedChecked(session, clip, 0, false), 0);
+      std::vector<uint8_t> out(p.size(), 0xA7);
+      BITMAPINFOHEADER h = Filled(0x5A, false);
+      EXPECT_EQ(clip.decompress()(session, bytes, size, header ? &h : nullptr, out.data(),
+                                  int32_t(out.size())),
+                result);
+      EXPECT_EQ(h, Filled(0x5A, header));
+      EXPECT_EQ(std::count(out.begin(), out.end(), 0xA7), int(out.size()));
+      // A damaged key picture spoils what follows it: the stream starts over at one.
+      t_checked.next = bytes == broken.data() && clip.recipe.codecId == 173 ? 0 : 1;
+      EXPECT_EQ(FeedChecked(session, clip, t_checked.next, false), 0);
+      EXPECT_EQ(std::pair(t_checked.delivered, t_checked.wrong), std::pair(2, 0));
+      EXPECT_EQ(H264CodecClose(session), 1);
+    }
   }
 }
 

@@ -55,13 +55,9 @@ struct DrainCase {
 void PrintTo(const DrainCase& c, std::ostream* os) { *os << c.label; }
 class Drain : public testing::TestWithParam<DrainCase> {};
 
-// While the decoder holds a stream's first pictures back, the first call
-// reports set 0's size in whole macroblocks, map units taken as rows (half the
-// height of a field-coded stream); H.265, with no parser, a zero header. Then
-// every packet, then the drain, whose first call (no room, no callback) keeps
-// its picture. The pictures come in FFmpeg's order, in the filter mode of the
-// decompress calls, every row under FULL_PICTURE, whatever the threads. Then
-// the session takes a new stream.
+// The first call reports set 0's size in macroblocks, map units as rows (H.265:
+// none); the drain's first call (no room) keeps its picture; all come in order,
+// in the filter mode of the decompress calls; then the session starts over.
 TEST_P(Drain, GivesEveryPictureInOrderThenTheSessionStartsOver) {
   const DrainCase& c = GetParam();
   const int w = c.stream.width, h = c.stream.height, rows = c.fieldCoded ? 32 : 16;

@@ -1,10 +1,6 @@
 // The decoder's calls below itself, watched and failed one at a time through
-// its table of calls: every failure of set-up and conversion gives its result,
-// keeps no lock, leaves the session ready for the next packet (whose pictures
-// are FFmpeg's own), and leaks nothing (the sanitizer build checks that).
-// Set-up runs its steps in order, "H264initMutex" only inside the session's
-// lock, and a running session makes its conversion context and filter scratch
-// once.
+// its table of calls: the order of set-up, its locks, failures that leave the
+// session ready (and leak nothing: the sanitizer build checks that), and reuse.
 #include <gtest/gtest.h>
 
 #include <utility>
@@ -186,10 +182,8 @@ TEST_F(DecoderSeam, AFailedSetUpThenTheOtherCodecResetsFirst) {
   }
 }
 
-// Into the caller's buffer a session makes its conversion context and filter
-// scratch with its first picture and keeps them; the callback's road makes a
-// context a picture. The other filter stage makes its own scratch. A reset
-// starts both over.
+// The conversion context and each stage's scratch, made once a set-up into the
+// caller's buffer; the callback's road makes a context a picture.
 TEST_F(DecoderSeam, ContextAndScratchAreMadeOncePerSetUpAndStage) {
   const Clip clips[] = {Clip(kBaseline, 1), Clip(kBaseline, 2)};
   for (const bool callback : {false, true}) {

@@ -1,8 +1,6 @@
-// Eight sessions on eight threads, a thousand packets each, all at once: the
-// streams start over at random after resets, after resets from inside the
-// frame callback and after a change of codec, and pictures go to the caller's
-// buffer or through the callback, plain or filtered. Every picture is FFmpeg's
-// own. Under the thread sanitizer this is the decoder's race check.
+// Eight sessions on eight threads at once, streams starting over at random
+// after resets (some from inside the callback) and codec changes, on both
+// roads: every picture FFmpeg's. Under the thread sanitizer, the race check.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -21,9 +19,8 @@ Checked RunSession(const std::vector<Clip>& clips, unsigned seed) {
   const Clip* clip = &clips[random() % clips.size()];
   size_t next = 0;
   for (int fed = 0; fed < kPacketsEach; ++fed) {
-    // A stream that ends goes on from its first picture. Now and then, also
-    // before its end, another takes over: after a reset of our own, or with
-    // the other codec, whose call resets the session by itself.
+    // Now and then another stream takes over: after our reset, or with the
+    // other codec, whose call resets the session by itself.
     if (next == clip->packets.size() || random() % 64 == 0) {
       if (next != clip->packets.size() || random() % 4 == 0) {
         const Clip* previous = clip;
@@ -43,8 +40,6 @@ Checked RunSession(const std::vector<Clip>& clips, unsigned seed) {
 }
 
 TEST(DecoderStress, EightSessionsAThousandPacketsEachWithResetsAndCallbacks) {
-  // H.264 plain and median, H.265, four slices a picture (work for slice
-  // threads), and 4:4:4 of 175 pixels a row.
   const std::vector<Clip> clips = {Clip(kStreams[0]), Clip(kStreams[0], 1), Clip(kStreams[1]),
                                    Clip(kStreams[2]), Clip(kStreams[3])};
   Checked tallies[8];

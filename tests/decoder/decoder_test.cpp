@@ -117,25 +117,41 @@ TEST(Refusals, LeaveHeaderAndBufferAndTheSessionDecodesOn) {
   }
 }
 
-// What the first-frames step makes of a stream's first packet, on one session
-// reset before each case: refused with a zero header unless it opens with set
-// 0, read no further than its first 1000 bytes.
+// What the first-frames step makes of a stream's first packets: refused with
+// a zero header unless it opens with set 0 (the session still binding after),
+// read no further than its first 1000 bytes; a failed decode settles too.
 TEST(FirstFrames, RefusesUnlessTheFirstUnitIsSetZeroWithinItsFirst1000Bytes) {
   const std::vector<Packet> stream = LoadPackets(kReordered);
+  auto units = [first = SplitNalUnits(stream[0])](std::initializer_list<int> types) {
+    std::vector<Packet> picked;  // of the first access unit, in this order
+    for (int type : types)
+      for (const Packet& u : first)
+        if (NalType(u) == type) picked.push_back(u);
+    return Join(picked);
+  };
   SpsRecipe id1;
   id1.seq_parameter_set_id = 1;
-  std::vector<std::tuple<std::string, Packet, int32_t, int32_t, BITMAPINFOHEADER>> cases = {
-      {"delimiter", Join({{0, 0, 0, 1, 9, 0x10}, stream[0]}), 0, ResultNoParameters, {}},
-      {"later access unit", stream[1], 0, ResultNoParameters, {}},
-      {"parameter set 1", WriteSps(id1), 0, ResultNoParameters, {}},
-      {"size -1", stream[0], -1, ResultNoParameters, {}},
-      {"size 3", stream[0], 3, ResultNoParameters, {}},
-      {"key picture", stream[0], 0, 0, Sized({}, 176, 144)}};
+  const Packet badSlice = {0, 0, 0, 1, 0x65, 0xC0, 0, 0, 0x40, 0xFF, 0xFF, 0xFF};  // PPS far out
+  const BITMAPINFOHEADER none{}, key = Sized({}, 176, 144);
+  // clang-format off
+  std::vector<std::tuple<std::string, Packet, int32_t, bool, int32_t, BITMAPINFOHEADER>> cases = {
+      // what, packet, size (0: all of it), reset first, result, header
+      {"delimiter", Join({{0, 0, 0, 1, 9, 0x10}, stream[0]}), 0, 1, ResultNoParameters, none},
+      {"a zero byte first", Join({{0}, stream[0]}), 0, 0, ResultNoParameters, none},
+      {"SEI first", units({6, 7, 8, 5}), 0, 0, ResultNoParameters, none},
+      {"later access unit", stream[1], 0, 0, ResultNoParameters, none},
+      {"parameter set 1", WriteSps(id1), 0, 0, ResultNoParameters, none},
+      {"size -1", stream[0], -1, 0, ResultNoParameters, none},
+      {"size 3", stream[0], 3, 0, ResultNoParameters, none},
+      {"then the key picture", stream[0], 0, 0, 0, key},
+      {"a slice that fails", Join({units({7, 8}), badSlice}), 0, 1, ResultDecodeFailed, key},
+      {"then the key picture, held back", units({6, 5}), 0, 0, 0, Filled(0x5A)}};
+  // clang-format on
   // A set alone: its size is known though nothing decodes; the 32-bit image size wraps.
   SpsRecipe r;
   r.pic_width_in_mbs_minus1 = r.pic_height_in_map_units_minus1 = 4095;
   cases.push_back(
-      {"4096 macroblocks", WriteSps(r), 0, ResultDecodeFailed, Sized({}, 65536, 65536)});
+      {"4096 macroblocks", WriteSps(r), 0, 1, ResultDecodeFailed, Sized({}, 65536, 65536)});
   // frame_mbs_only_flag pushed to byte 999 or 1000 by a long cycle of offsets
   // (codes of 37 bits, then of 3; never two zero bytes in a row).
   r = {}, r.pic_order_cnt_type = 1;
@@ -144,14 +160,14 @@ TEST(FirstFrames, RefusesUnlessTheFirstUnitIsSetZeroWithinItsFirst1000Bytes) {
     while (WriteSps(r, &at), at < offset)
       r.offsetForRefFrame.push_back(at + 8 < offset ? (1 << 18) - 1 : 1);
     ASSERT_EQ(at, offset);
-    cases.push_back({"flag at " + std::to_string(offset), WriteSps(r), 0,
+    cases.push_back({"flag at " + std::to_string(offset), WriteSps(r), 0, 1,
                      offset < 1000 ? ResultDecodeFailed : ResultNoParameters,
-                     offset < 1000 ? Sized({}, 320, 240) : BITMAPINFOHEADER{}});
+                     offset < 1000 ? Sized({}, 320, 240) : none});
   }
   CodecHandle session = H264CodecOpen();
-  for (const auto& [what, packet, size, result, expected] : cases) {
+  for (const auto& [what, packet, size, reset, result, expected] : cases) {
     SCOPED_TRACE(what);
-    ASSERT_EQ(H264CodecReset(session), 1);
+    ASSERT_EQ(reset ? H264CodecReset(session) : 1, 1);
     BITMAPINFOHEADER header = Filled(0x5A, false);
     EXPECT_EQ(H264CodecDecompress(session, packet.data(), size ? size : int32_t(packet.size()),
                                   &header, nullptr, 0),

@@ -15,6 +15,7 @@ constexpr uint32_t kFull = CORVANE_OPTION_FULL_PICTURE;
 constexpr uint32_t kThreads = CORVANE_OPTION_FRAME_THREADS;
 
 TEST(Extension, RefusesWhatItCannotUse) {
+  EXPECT_STREQ(corvane_version(), CORVANE_PROJECT_VERSION);
   BITMAPINFOHEADER header = Filled(0x33, false);
   CodecHandle session = H264CodecOpen();
   EXPECT_EQ(std::vector<int32_t>({corvane_codec_set_options(nullptr, 0),

@@ -1,13 +1,12 @@
-// One conformance driver for the primitives, in the manner of checkasm. A
-// primitive is a row: its entry on each code path, a plain reference written
-// from the definition, and its argument space. The driver runs each row on
-// every code path this processor runs (a path it lacks is skipped with the
-// reason) over region widths one either side of every vector width, heights,
-// padded and negative steps, alignments and value patterns; sources end at a
-// protected page, destinations lie in a sentinel ring; a failure names its
-// case and the seed that replays it. --bench[=NAME] then times each path
-// against the reference. Refusals are rows too, checked on every path for
-// "the first failing check wins, nothing is written".
+// One conformance driver for the primitives, in the manner of checkasm. A row
+// is an entry on each code path, a plain reference written from the
+// definition, and its argument space; the driver runs it on every path this
+// processor runs (skipping the others with the reason) over widths one either
+// side of every vector width, heights, padded and negative steps, alignments
+// and value patterns, sources ending at a protected page, destinations in a
+// sentinel ring; a failure names its case and the seed that replays it.
+// --bench[=NAME] then times each path against the reference. Refusal rows are
+// checked on every path for "the first failing check wins, nothing written".
 #pragma once
 
 #include <cstdint>
@@ -35,9 +34,8 @@ struct PixelForm {
   int32_t Bytes() const { return elementBytes * channels; }
 };
 
-// A point of a row's argument space; mask, border and kind mean what the row
-// says. The driver gives `reach` real pixels and rows around the source
-// region, and no more.
+// A point of a row's argument space (mask, border, kind mean what the row
+// says); the source has `reach` real pixels and rows around it, no more.
 struct Arg {
   std::string label;
   ImageSize reach{0, 0};
@@ -46,7 +44,7 @@ struct Arg {
   int32_t kind = 0;
 };
 
-// One call on code path `variant`, forced already. `seed` drives the row's
+// One call on code path `variant`, already forced; `seed` drives the row's
 // own choices alike in run and reference.
 struct Frame {
   const uint8_t* src;
@@ -78,18 +76,18 @@ struct Row {
 // `const bool kAdded = AddRow(row);` in a test unit.
 bool AddRow(Row row);
 
-// Element c of pixel (x, y), counted from the region's first, of the image a
-// filter with borders sees: memory on a side whose flag f.arg.border sets,
-// else made: `value` (an element a channel) in constant mode, or the nearest
-// pixel of the region.
+// Element c of pixel (x, y) from the region's first, as a filter sees it:
+// memory on a side whose flag f.arg.border sets, else made: `value` (an
+// element a channel) in constant mode, or the nearest pixel of the region.
 int32_t Neighbour(const Frame& f, const PixelForm& form, const void* value, int32_t x, int32_t y,
                   int32_t c);
 
-// What a refusal may write, all checked after the call.
+// What a refusal may write, all checked after the call: 16x16 regions of
+// 3-byte pixels, src with 4 real pixels around, dst in a sentinel ring.
 struct Outputs {
-  const uint8_t* src;  // a 16x16 region of 3-byte pixels, 4 real pixels around
+  const uint8_t* src;
   int32_t srcStep;
-  uint8_t* dst;  // a 16x16 region of 3-byte pixels in a sentinel ring
+  uint8_t* dst;
   int32_t dstStep;
   uint8_t* scratch = nullptr;  // 64 KiB
   int32_t* size = nullptr;
@@ -97,8 +95,8 @@ struct Outputs {
   int32_t variant = 0;
 };
 
-// A refusal: a good call (`Call` holds an entry's arguments) with something
-// broken by `edit`, and the status it gives.
+// A refusal: the good call (`Call` holds an entry's arguments) broken by
+// `edit`, and the status it gives.
 template <class Call>
 struct Broken {
   const char* what;

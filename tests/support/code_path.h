@@ -1,13 +1,11 @@
 // Tests that run on one code path of the primitives:
-//
 //   class WarpGeometryTest : public corvane::test::CodePathTest {};
 //   TEST_P(WarpGeometryTest, ...) { ... Variant() ... Rng() ... }
 //   CORVANE_INSTANTIATE_CODE_PATHS(WarpGeometryTest);
-//
-// SetUp skips (with the reason) a code path this processor can't run, forces
-// every dispatch row onto the path under test through the test hook and seeds
-// Rng(); TearDown puts the detected path back. A parameter p runs code path
-// p % 6, so a suite may number its cases case · 6 + path.
+// SetUp skips (with the reason) a path this processor can't run, else forces
+// every dispatch row onto it through the test hook and seeds Rng(); TearDown
+// puts the detected path back. Parameter p runs code path p % 6, so a suite
+// may number its cases case · 6 + path.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,15 +14,20 @@
 #include <random>
 #include <string>
 
+#include "primitives/core/cpu_dispatch.h"
 #include "support/rng.h"
 
 namespace corvane::test {
 
-// Empty when this processor runs code path v, else why not; forces the
-// dispatch onto v when it can.
-std::string EnterCodePath(int32_t v);
-void LeaveCodePath();
-const char* CodePathName(int32_t v);  // "m7" ... "k0"
+inline const char* CodePathName(int32_t v) { return primitives::CpuVariantPrefix(v); }
+
+// Empty when this processor runs code path v (now forced), else why not.
+inline std::string EnterCodePath(int32_t v) {
+  if (primitives::ownCpuCanRunVariant(v)) return primitives::ForceCpuVariantForTesting(v), "";
+  return std::string("this processor can't run the ") + CodePathName(v) +
+         " code path (best: " + CodePathName(primitives::ownDetectedCpuVariant()) + ")";
+}
+inline void LeaveCodePath() { primitives::RestoreCpuVariantForTesting(); }
 
 class CodePathTest : public ::testing::TestWithParam<int32_t> {
  protected:

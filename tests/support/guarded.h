@@ -8,11 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ostream>
-#include <random>
 #include <vector>
-
-#include "support/rng.h"
 
 namespace corvane::test {
 
@@ -23,29 +19,20 @@ struct ImageLayout {
   bool bottomUp = false;  // negative step: row 0 is the last row in memory
   int32_t misalign = 0;   // offset of the lowest row from a page boundary
 };
-std::ostream& operator<<(std::ostream& out, const ImageLayout& l);
-
-// A random layout of the given size: a step pad of 0, up to 70 bytes, or up
-// to the next multiple of 64; bottom-up where `negative` allows; an offset
-// from a 64-byte boundary of 0, 32 or any.
-ImageLayout RandomLayout(std::mt19937& rng, int32_t rowBytes, int32_t rows, bool negative);
 
 class GuardedImage {
  public:
   static constexpr uint8_t kSentinel = 0xAA;
   explicit GuardedImage(const ImageLayout& layout);
-
   uint8_t* data() { return origin_; }
-  int32_t step() const { return step_; }
-  uint8_t* row(int32_t y) { return origin_ + static_cast<intptr_t>(y) * step_; }
-  const ImageLayout& layout() const { return layout_; }
-
-  // The first overwritten ring byte as row(y)[x] in the caller's numbering.
+  int32_t step() const { return layout_.bottomUp ? -pitch_ : pitch_; }
+  uint8_t* row(int32_t y) { return origin_ + intptr_t{y} * step(); }
+  // The first overwritten ring byte, as an offset from the lowest row.
   ::testing::AssertionResult CheckGuards() const;
 
  private:
   ImageLayout layout_;
-  int32_t pitch_, step_;
+  int32_t pitch_;
   std::vector<uint8_t> storage_;
   std::size_t lowest_;  // offset of the lowest row in memory
   uint8_t* origin_;
@@ -63,9 +50,8 @@ class PageBuffer {
   std::size_t size() const { return size_; }
 
  private:
-  void* mapping_;
   std::size_t mappingSize_, size_;
-  uint8_t* data_;
+  uint8_t *mapping_, *data_;
 };
 
 // Compares two regions row by row; names the first differing row and byte.

@@ -12,36 +12,31 @@
 namespace corvane::test {
 namespace {
 
-uint64_t TestSeed() {
-  static const uint64_t seed = [] {
-    if (const char* env = std::getenv("CORVANE_TEST_SEED"); env && *env) {
-      return uint64_t{std::strtoull(env, nullptr, 0)};
-    }
-    std::random_device device;
-    return (uint64_t{device()} << 32) | device();
-  }();
-  return seed;
-}
-
-class SeedReporter : public ::testing::EmptyTestEventListener {
+struct SeedReporter : ::testing::EmptyTestEventListener {
+  explicit SeedReporter(uint64_t s) : seed(s) {}
   void OnTestEnd(const ::testing::TestInfo& info) override {
     if (!info.result()->Failed()) return;
     std::printf("[   SEED   ] CORVANE_TEST_SEED=%llu replays %s.%s\n",
-                static_cast<unsigned long long>(TestSeed()), info.test_suite_name(), info.name());
+                static_cast<unsigned long long>(seed), info.test_suite_name(), info.name());
   }
+  uint64_t seed;
 };
 
 }  // namespace
 
 std::mt19937 MakeTestRng() {
-  // The seed is printed after every failing test from the first draw on.
-  [[maybe_unused]] static const bool reporting = [] {
-    ::testing::UnitTest::GetInstance()->listeners().Append(new SeedReporter);
-    return true;
+  // One seed a process, printed after every failing test from the first draw on.
+  static const uint64_t seed = [] {
+    const char* env = std::getenv("CORVANE_TEST_SEED");
+    std::random_device device;
+    const uint64_t s = env && *env ? uint64_t{std::strtoull(env, nullptr, 0)}
+                                   : uint64_t{device()} << 32 | device();
+    ::testing::UnitTest::GetInstance()->listeners().Append(new SeedReporter(s));
+    return s;
   }();
   const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
   const std::string name = info ? std::string(info->test_suite_name()) + "." + info->name() : "";
-  const uint64_t mixed = TestSeed() ^ std::hash<std::string>{}(name);
+  const uint64_t mixed = seed ^ std::hash<std::string>{}(name);
   std::seed_seq seq{uint32_t(mixed), uint32_t(mixed >> 32)};
   return std::mt19937(seq);
 }

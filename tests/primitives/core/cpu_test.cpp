@@ -3,18 +3,48 @@
 // query, and a probe row through the dispatch.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <utility>
 #include <vector>
 
-#include "fake_cpu.h"
 #include "primitives/core/aligned_memory.h"
 #include "primitives/core/cache_query.h"
 #include "primitives/core/cpu_features.h"
+#include "primitives/core/cpuid_seam.h"
 #include "primitives/core/dispatch_row.h"
 
 namespace corvane::primitives {
 namespace {
 
-using test::FakeCpu;
+// A processor made up by a test: CPUID leaves and XCR0 as the test sets them,
+// with a count of the calls made. Installed for the life of the object.
+struct FakeCpu {
+  FakeCpu() { active = this, SetCpuidSourceForTesting(&kSource); }
+  ~FakeCpu() { SetCpuidSourceForTesting(nullptr), active = nullptr; }
+
+  // The vendor the library is tuned for, or another; ebx ecx edx.
+  void SetVendor(uint32_t highest, bool tuned = true) {
+    Set(0, 0,
+        tuned ? CpuidRegs{highest, 0x756E6547, 0x6C65746E, 0x49656E69}
+              : CpuidRegs{highest, 0x68747541, 0x444D4163, 0x69746E65});
+  }
+  void Set(uint32_t leaf, uint32_t sub, CpuidRegs r) { leaves[{leaf, sub}] = r; }
+
+  uint64_t xcr0 = 0;
+  int cpuidCalls = 0, xgetbvCalls = 0;
+  std::map<std::pair<uint32_t, uint32_t>, CpuidRegs> leaves;
+
+  // Leaves other than 4 and 7 ignore the sub-leaf; what isn't set reads as zeros.
+  static CpuidRegs Cpuid(uint32_t leaf, uint32_t sub) {
+    ++active->cpuidCalls;
+    auto it = active->leaves.find({leaf, leaf == 4 || leaf == 7 ? sub : 0});
+    return it == active->leaves.end() ? CpuidRegs{} : it->second;
+  }
+  static uint64_t Xgetbv(uint32_t) { return ++active->xgetbvCalls, active->xcr0; }
+
+  static inline FakeCpu* active = nullptr;
+  static constexpr CpuidSource kSource{&Cpuid, &Xgetbv};
+};
 
 constexpr uint64_t kBase = 0xDF, kAvxSaved = 0x3DF, kAvx2Saved = 0x83DF;  // MMX .. SSE4.2 but MOVBE
 constexpr uint64_t kAvx512Five = 0x7300000, kZmmSaved = 0x200000000;
@@ -89,7 +119,7 @@ TEST(DetectCpuFeatures, MadeUpProcessors) {
   };
   for (const auto& c : cases) {
     FakeCpu cpu;
-    cpu.SetVendor(c.highest, FakeCpu::kTunedVendor);
+    cpu.SetVendor(c.highest);
     cpu.Set(1, 0, {0, 0, c.l1ecx, kEdx});
     cpu.Set(7, 0, {0, c.l7ebx, 0, 0});
     cpu.xcr0 = c.xcr0;
@@ -101,7 +131,7 @@ TEST(DetectCpuFeatures, MadeUpProcessors) {
 TEST(InitCpuDispatch, VendorIsReportedButDoesNotChooseTheVariant) {
   for (bool tuned : {true, false}) {
     FakeCpu cpu;
-    cpu.SetVendor(7, tuned ? FakeCpu::kTunedVendor : FakeCpu::kOtherVendor);
+    cpu.SetVendor(7, tuned);
     cpu.Set(1, 0, {0, 0, kEcx | kAvx | kFma, kEdx});
     cpu.Set(7, 0, {0, kAvx2, 0, 0});
     cpu.xcr0 = 0x7;
@@ -156,40 +186,34 @@ CpuidRegs Leaf4(uint32_t type, uint32_t ways, uint32_t partitions, uint32_t sets
 // Each answer, known or not, is settled by the first call: later calls ask
 // the processor nothing. A null output is refused before anything.
 TEST(CacheQuery, MadeUpProcessors) {
-  const struct {
-    const uint32_t (&vendor)[3];
+  struct Case {
+    bool tuned;
     uint32_t highest;
     std::vector<CpuidRegs> leaf4;  // sub-leaves 0, 1, ...
     CpuidRegs leaf2;
     int32_t size;
     PrimitiveStatus status;
-  } cases[] = {
-      // The largest data or unified cache, up to the first type 0.
-      {FakeCpu::kTunedVendor,
-       0x16,
-       {Leaf4(1, 12, 1, 64),
-        Leaf4(2, 8, 1, 131072),
-        Leaf4(3, 16, 1, 1024),
-        Leaf4(3, 12, 2, 16384),
-        {},
-        Leaf4(3, 16, 1, 65536)},
-       {},
-       24 << 20,
-       0},
-      {FakeCpu::kTunedVendor, 4, {}, {1, 0x2C}, 0, 37},                // leaf 4 lists none
-      {FakeCpu::kTunedVendor, 2, {}, {0x43490001, 0x2C}, 4 << 20, 0},  // largest named wins
-      {FakeCpu::kTunedVendor, 3, {}, {1, 0x7D, 0x23, 0xEA00}, 12 << 20, 0},
-      {FakeCpu::kTunedVendor, 2, {}, {1, 0x8000004D, 0x22}, 512 << 10, 0},  // bit 31 hides
-      {FakeCpu::kTunedVendor, 3, {}, {0x4101}, 128 << 10, 0},
-      {FakeCpu::kTunedVendor, 2, {}, {0x4D02}, 0, 37},         // AL other than 1
-      {FakeCpu::kTunedVendor, 3, {}, {1, 0x0A0B0C0D}, 0, 37},  // no known descriptor
-      {FakeCpu::kOtherVendor, 0x10, {Leaf4(3, 16, 1, 1024)}, {}, -1, 36},
-      {FakeCpu::kTunedVendor, 1, {}, {1, 0x4D}, -1, 36},  // highest leaf 1
+  };
+  // The largest data or unified cache, up to the first type 0.
+  const std::vector<CpuidRegs> kCaches = {Leaf4(1, 12, 1, 64),   Leaf4(2, 8, 1, 131072),
+                                          Leaf4(3, 16, 1, 1024), Leaf4(3, 12, 2, 16384),
+                                          CpuidRegs{},           Leaf4(3, 16, 1, 65536)};
+  const Case cases[] = {
+      {true, 0x16, kCaches, {}, 24 << 20, 0},
+      {true, 4, {}, {1, 0x2C}, 0, 37},                // leaf 4 lists none
+      {true, 2, {}, {0x43490001, 0x2C}, 4 << 20, 0},  // largest named wins
+      {true, 3, {}, {1, 0x7D, 0x23, 0xEA00}, 12 << 20, 0},
+      {true, 2, {}, {1, 0x8000004D, 0x22}, 512 << 10, 0},  // bit 31 hides
+      {true, 3, {}, {0x4101}, 128 << 10, 0},
+      {true, 2, {}, {0x4D02}, 0, 37},         // AL other than 1
+      {true, 3, {}, {1, 0x0A0B0C0D}, 0, 37},  // no known descriptor
+      {false, 0x10, {Leaf4(3, 16, 1, 1024)}, {}, -1, 36},
+      {true, 1, {}, {1, 0x4D}, -1, 36},  // highest leaf 1
   };
   for (const auto& c : cases) {
     ResetCacheQueryForTesting();
     FakeCpu cpu;
-    cpu.SetVendor(c.highest, c.vendor);
+    cpu.SetVendor(c.highest, c.tuned);
     for (uint32_t i = 0; i < c.leaf4.size(); ++i) cpu.Set(4, i, c.leaf4[i]);
     cpu.Set(2, 0, c.leaf2);
     EXPECT_EQ(ownGetCacheSize(nullptr), StatusNullPointer);
@@ -212,7 +236,7 @@ TEST(CacheQuery, PackedTableAgreesWithTheFullTable) {
   FakeCpu cpu;
   for (uint32_t d = 0; d < 257; ++d) {
     ResetCacheQueryForTesting();
-    cpu.SetVendor(2, d < 256 ? FakeCpu::kTunedVendor : FakeCpu::kOtherVendor);
+    cpu.SetVendor(2, d < 256);
     cpu.Set(2, 0, {1, d < 256 ? d : 0xEC});
     const int32_t full = d < 256 ? ownDescriptorCacheSize() : 0;
     EXPECT_EQ(ownPackedDescriptorCacheSize(), full >= 512 << 10 ? full : 0) << std::hex << d;

@@ -165,7 +165,19 @@ void ColumnSums(const uint8_t* above, const uint8_t* row, const uint8_t* below, 
     if (j < sums) block((sums - kBytes) & ~1);
     j = sums & ~1;
   }
-  for (; j < sums; ++j) (j & 1 ? odd : even)[j / 2] = uint16_t(above[j] + row[j] + below[j]);
+  for (; j < sums; ++j) {
+    const uint16_t sum = uint16_t(above[j] + row[j] + below[j]);
+    if (j & 1) {
+      odd[j >> 1] = sum;
+    } else {
+      even[j >> 1] = sum;
+    }
+  }
+}
+
+// The column sum k of the line.
+int32_t Sum(const uint16_t* even, const uint16_t* odd, int32_t k) {
+  return k & 1 ? odd[k >> 1] : even[k >> 1];
 }
 
 // One output row of `bytes` bytes from the column sums, in the same manner.
@@ -185,8 +197,8 @@ void Outputs(const uint8_t* row, uint8_t* out, int32_t bytes, const uint16_t* ev
     i = bytes & ~1;
   }
   for (; i < bytes; ++i) {
-    auto col = [&](int32_t k) { return int32_t((k & 1 ? odd : even)[k / 2]); };
-    out[i] = SharpenedByte(row[i], col(i) + col(i + 3) + col(i + 6));
+    out[i] =
+        SharpenedByte(row[i], Sum(even, odd, i) + Sum(even, odd, i + 3) + Sum(even, odd, i + 6));
   }
 }
 

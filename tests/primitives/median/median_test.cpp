@@ -1,8 +1,7 @@
 // The median of every code path against a sort: the small-mask kernels of
 // all nine pixel forms on memory that holds every neighbour and no more, the
 // filter of every form over every mask and border road, the parallel drivers
-// at several thread counts, corvane_median through the shared object, the
-// scratch sizes, and the refusals.
+// at several thread counts, corvane_median, and the refusals.
 #include <gtest/gtest.h>
 #include <omp.h>
 
@@ -15,7 +14,6 @@
 #include "primitives/core/cpu_dispatch.h"
 #include "primitives/median/median.h"
 #include "primitives/median/median_kernel.h"
-#include "support/code_path.h"
 #include "support/guarded.h"
 
 namespace corvane::test {
@@ -25,37 +23,28 @@ using primitives::ownFilterMedianBorder_8u_C3R;
 using primitives::ownFilterMedianBorderGetBufferSize;
 
 constexpr uint8_t kValue[3] = {10, 200, 77};
-// The constant pixel of every form: channel values either side of the top
-// bit of 16-bit elements.
+// Channel values either side of the top bit of 16-bit elements.
 const std::array<uint8_t, 8> kPixel8{10, 200, 77, 99}, kPixel16{10, 0, 0x40, 0x9C, 0, 0x80, 1};
 const uint8_t* ConstantPixel(const PixelForm& form) {
   return (form.elementBytes == 1 ? kPixel8 : kPixel16).data();
 }
+// By group (MedianGroup).
+const PixelForm kForms[] = {{1, 3},       {1, 4, false, true}, {1, 4},
+                            {2, 3},       {2, 4, false, true}, {2, 4},
+                            {2, 3, true}, {2, 4, true, true},  {2, 4, true}};
+const char* const kNames[] = {"8u_C3",  "8u_C4_keep", "8u_C4",       "16u_C3", "16u_C4_keep",
+                              "16u_C4", "16s_C3",     "16s_C4_keep", "16s_C4"};
 // The hot 3x3 first: --bench times the first argument of a row.
 constexpr ImageSize kMasks[] = {{3, 3}, {5, 5}, {1, 3}, {1, 5}, {3, 1}, {5, 1}, {1, 1}};
-// The general kernels' masks: mixed small ones, thin ones, square ones, and
-// those beyond the tiles of the 8-bit kernel (a column of 257, a row of 189).
+// Mixed, thin and square masks, then those beyond the 8-bit kernel's tiles.
 const std::vector<ImageSize> kGeneral = {{3, 5}, {5, 3},  {1, 7},   {7, 1},
                                          {7, 7}, {9, 11}, {21, 21}, {15, 3}};
 const std::vector<ImageSize> kBeyondTiles = {{1, 257}, {189, 1}};
 
-// Element (x, y, c) of the virtual image around the region: memory on a side
-// whose flag is set, else made: the constant, or the nearest region pixel.
-int32_t Element(const Frame& f, const PixelForm& form, int32_t x, int32_t y, int32_t c) {
-  const uint32_t b = f.arg.border;
-  const bool left = x < 0 && !(b & BorderMemoryLeft), right = x >= f.roi.width && !(b & 0x80);
-  const bool top = y < 0 && !(b & BorderMemoryTop), bottom = y >= f.roi.height && !(b & 0x20);
-  const bool made = left || right || top || bottom;
-  x = left ? 0 : right ? f.roi.width - 1 : x;
-  y = top ? 0 : bottom ? f.roi.height - 1 : y;
-  const uint8_t* p = made && (b & 0xF) == BorderConstant
-                         ? ConstantPixel(form)
-                         : f.src + intptr_t{y} * f.srcStep + x * form.Bytes();
-  p += c * form.elementBytes;
-  if (form.elementBytes == 1) return *p;
-  uint16_t v;
-  std::memcpy(&v, p, 2);
-  return form.isSigned ? int16_t(v) : v;
+std::string Label(ImageSize m, uint32_t border) {
+  char label[40];
+  std::snprintf(label, sizeof label, "%dx%d border 0x%02X", m.width, m.height, border);
+  return label;
 }
 
 // Each element the middle of its mask's values, sorted.
@@ -67,7 +56,8 @@ void SortedMedian(const Frame& f, const PixelForm& form) {
       for (int32_t c = 0; c < form.channels - form.keepFourth; ++c) {
         v.clear();
         for (int32_t dy = -yr; dy <= yr; ++dy) {
-          for (int32_t dx = -xr; dx <= xr; ++dx) v.push_back(Element(f, form, x + dx, y + dy, c));
+          for (int32_t dx = -xr; dx <= xr; ++dx)
+            v.push_back(Neighbour(f, form, ConstantPixel(form), x + dx, y + dy, c));
         }
         std::sort(v.begin(), v.end());
         std::memcpy(f.dst + intptr_t{y} * f.dstStep + x * form.Bytes() + c * form.elementBytes,
@@ -77,70 +67,67 @@ void SortedMedian(const Frame& f, const PixelForm& form) {
   }
 }
 
-// The kernels of one form, every neighbour in memory (border 0xF0).
-bool AddKernels(const char* name, int32_t group, PixelForm form, std::vector<ImageSize> sizes) {
-  std::vector<Arg> args;
-  for (int32_t slot = 0; slot < 6; ++slot) {
-    const ImageSize m = kMasks[slot];
-    args.push_back({std::to_string(m.width) + "x" + std::to_string(m.height),
-                    {m.width / 2, m.height / 2},
-                    m,
-                    BorderMemoryAll,
-                    slot});
-  }
-  static const decltype(&m7::ownMedianKernelTable) kTables[] =
-      CORVANE_EACH_PATH(ownMedianKernelTable);
-  auto run = [group](const Frame& f) {
-    const MedianKernels& k = kTables[f.variant]().group[group];
-    const MedianKernel kernel = f.arg.kind < 2 ? k.square : f.arg.kind < 4 ? k.column : k.row;
-    kernel(f.src, f.srcStep, f.dst, f.dstStep, f.roi, f.arg.mask, nullptr);
-  };
-  Row row{name, form, args, run, [form](const Frame& f) { SortedMedian(f, form); }};
-  row.negativeSteps = true, row.sizes = std::move(sizes);
+bool AddMedianRow(std::string name, const PixelForm& form, std::vector<Arg> args,
+                  std::function<void(const Frame&)> run, std::vector<ImageSize> sizes = {},
+                  uint32_t variants = 0x3F) {
+  Row row{std::move(name),
+          form,
+          std::move(args),
+          std::move(run),
+          [form](const Frame& f) { SortedMedian(f, form); },
+          variants};
+  row.negativeSteps = true, row.sizes = std::move(sizes), row.maxWidth = variants == 1 ? 70 : 140;
   return AddRow(row);
 }
 
-// Rows either side of a kilobyte chunk, heights either side of a band, over
-// rows shorter than a vector too.
-const std::vector<ImageSize> kLong = {{341, 2}, {342, 3}, {683, 2}, {12, 31},
-                                      {13, 33}, {2, 37},  {10, 66}};
-const bool kKernels =
-    AddKernels("median_kernel_8u_C3", MedianGroup8uC3, {1, 3}, kLong) &&
-    AddKernels("median_kernel_8u_C4_keep", MedianGroup8uC4Keep, {1, 4, false, true}, kLong) &&
-    AddKernels("median_kernel_8u_C4", MedianGroup8uC4, {1, 4}, {}) &&
-    AddKernels("median_kernel_16u_C3", MedianGroup16uC3, {2, 3}, {}) &&
-    AddKernels("median_kernel_16u_C4_keep", MedianGroup16uC4Keep, {2, 4, false, true}, {}) &&
-    AddKernels("median_kernel_16u_C4", MedianGroup16uC4, {2, 4}, kLong) &&
-    AddKernels("median_kernel_16s_C3", MedianGroup16sC3, {2, 3, true}, kLong) &&
-    AddKernels("median_kernel_16s_C4_keep", MedianGroup16sC4Keep, {2, 4, true, true}, {}) &&
-    AddKernels("median_kernel_16s_C4", MedianGroup16sC4, {2, 4, true}, {});
+// Every neighbour in memory; four forms also over rows either side of a
+// kilobyte chunk and heights either side of a band.
+const bool kKernels = [] {
+  std::vector<Arg> args;
+  for (int32_t slot = 0; slot < 6; ++slot) {
+    const ImageSize m = kMasks[slot];
+    args.push_back({Label(m, 0xF0), {m.width / 2, m.height / 2}, m, BorderMemoryAll, slot});
+  }
+  static const decltype(&m7::ownMedianKernelTable) kTables[] =
+      CORVANE_EACH_PATH(ownMedianKernelTable);
+  bool added = true;
+  for (int32_t group = 0; group < kMedianGroupCount; ++group) {
+    auto run = [group](const Frame& f) {
+      const MedianKernels& k = kTables[f.variant]().group[group];
+      const MedianKernel kernel = f.arg.kind < 2 ? k.square : f.arg.kind < 4 ? k.column : k.row;
+      kernel(f.src, f.srcStep, f.dst, f.dstStep, f.roi, f.arg.mask, nullptr);
+    };
+    std::vector<ImageSize> sizes;
+    if (0x63 >> group & 1)
+      sizes = {{341, 2}, {342, 3}, {683, 2}, {12, 31}, {13, 33}, {2, 37}, {10, 66}};
+    added &= AddMedianRow(std::string("median_kernel_") + kNames[group], kForms[group], args, run,
+                          sizes);
+  }
+  return added;
+}();
 
-// The filter over masks, memory flags and modes: mask i % M with border
-// i % 33, for `count` arguments. It reads beyond the region on a flagged side
-// only, and no more of its scratch than it asked for.
+// Mask i % M with border i % 33 for `count` arguments: real pixels lie beyond
+// the region on a flagged side only.
 std::vector<Arg> FilterArgs(const std::vector<ImageSize>& masks, size_t count) {
   std::vector<uint32_t> borders;
-  for (uint32_t flags = 0; flags <= 0xF0; flags += 0x10) {
+  for (uint32_t flags = 0; flags <= 0xF0; flags += 0x10)
     borders.insert(borders.end(), {flags | BorderReplicate, flags | BorderConstant});
-  }
   borders.push_back(BorderMemoryAll);
   std::vector<Arg> args;
   for (size_t i = 0; i < count; ++i) {
     const ImageSize m = masks[i % masks.size()];
     const uint32_t b = borders[i % borders.size()];
-    char label[40];
-    std::snprintf(label, sizeof label, "%dx%d border 0x%02X", m.width, m.height, b);
-    args.push_back({label, {b & 0xC0 ? m.width / 2 : 0, b & 0x30 ? m.height / 2 : 0}, m, b});
+    args.push_back({Label(m, b), {b & 0xC0 ? m.width / 2 : 0, b & 0x30 ? m.height / 2 : 0}, m, b});
   }
   return args;
 }
 
-// The form's filter with scratch of the size it asks for, full of noise.
-void Filter(const Frame& f, int32_t group, const PixelForm& form) {
+// Scratch of the size the filter asks for, full of noise.
+void Filter(const Frame& f, int32_t group) {
   constexpr PixelType kTypes[] = {PixelType8u, PixelType16u, PixelType16s};
   int32_t size = 0;
-  ASSERT_EQ(ownFilterMedianBorderGetBufferSize(f.roi, f.arg.mask, kTypes[group / 3], form.channels,
-                                               &size),
+  ASSERT_EQ(ownFilterMedianBorderGetBufferSize(f.roi, f.arg.mask, kTypes[group / 3],
+                                               kForms[group].channels, &size),
             0);
   PageBuffer scratch(size);
   std::mt19937 noise(static_cast<uint32_t>(f.seed));
@@ -150,15 +137,8 @@ void Filter(const Frame& f, int32_t group, const PixelForm& form) {
                                                f.arg.mask, f.arg.border, kValue, scratch.data())
                 : primitives::ownFilterMedianBorder(group, f.src, f.srcStep, f.dst, f.dstStep,
                                                     f.roi, f.arg.mask, f.arg.border,
-                                                    ConstantPixel(form), scratch.data()),
+                                                    ConstantPixel(kForms[group]), scratch.data()),
             StatusOk);
-}
-
-bool AddFilter(const char* name, int32_t group, PixelForm form, std::vector<Arg> args) {
-  Row row{name, form, std::move(args), [group, form](const Frame& f) { Filter(f, group, form); },
-          [form](const Frame& f) { SortedMedian(f, form); }};
-  row.negativeSteps = true;
-  return AddRow(row);
 }
 
 // Every small mask with every border on the designed entry, and the general
@@ -170,23 +150,22 @@ const bool kFilters = [] {
   every.insert(every.end(), kGeneral.begin(), kGeneral.end());
   std::vector<ImageSize> every8 = every;
   every8.insert(every8.end(), kBeyondTiles.begin(), kBeyondTiles.end());
-  std::vector<Arg> c3 = FilterArgs(small, 7 * 33), more = FilterArgs(general, 66);
-  c3.insert(c3.end(), more.begin(), more.end());
-  const auto others = [&](int32_t group) { return FilterArgs(group < 3 ? every8 : every, 66); };
-  return AddFilter("median_filter_8u_C3", 0, {1, 3}, c3) &&
-         AddFilter("median_filter_8u_C4_keep", 1, {1, 4, false, true}, others(1)) &&
-         AddFilter("median_filter_8u_C4", 2, {1, 4}, others(2)) &&
-         AddFilter("median_filter_16u_C3", 3, {2, 3}, others(3)) &&
-         AddFilter("median_filter_16u_C4_keep", 4, {2, 4, false, true}, others(4)) &&
-         AddFilter("median_filter_16u_C4", 5, {2, 4}, others(5)) &&
-         AddFilter("median_filter_16s_C3", 6, {2, 3, true}, others(6)) &&
-         AddFilter("median_filter_16s_C4_keep", 7, {2, 4, true, true}, others(7)) &&
-         AddFilter("median_filter_16s_C4", 8, {2, 4, true}, others(8));
+  bool added = true;
+  for (int32_t group = 0; group < kMedianGroupCount; ++group) {
+    std::vector<Arg> args = FilterArgs(group == 0 ? general : group < 3 ? every8 : every, 66);
+    if (group == 0) {
+      const std::vector<Arg> all = FilterArgs(small, 7 * 33);
+      args.insert(args.begin(), all.begin(), all.end());
+    }
+    added &= AddMedianRow(std::string("median_filter_") + kNames[group], kForms[group], args,
+                          [group](const Frame& f) { Filter(f, group); });
+  }
+  return added;
 }();
 
-// The drivers of the four-channel 8-bit square masks: the thread count (the
-// argument's kind) set for the call, 0 for a runtime that won't fork. The
-// region sizes either side of 4096 pixels, and heights below the count.
+// The four-channel 8-bit drivers with the thread count (kind) set for the
+// call, 0 for a runtime that won't fork; regions either side of 4096 pixels
+// and heights below the count.
 void Driven(const Frame& f, bool keep) {
   static const decltype(&m7::ownippiFilterMedian_8u_C4R) kDrivers[2][6] = {
       CORVANE_EACH_PATH(ownippiFilterMedian_8u_BC4R),
@@ -201,91 +180,41 @@ void Driven(const Frame& f, bool keep) {
 
 const bool kParallel = [] {
   std::vector<Arg> args;
-  for (const int32_t threads : {2, 1, 3, 8, 0}) {
+  for (const int32_t threads : {2, 1, 3, 8, 0})
     args.push_back({"5x5 threads " + std::to_string(threads), {2, 2}, {5, 5}, 0xF0, threads});
-  }
   args.push_back({"3x3 threads 8", {1, 1}, {3, 3}, 0xF0, 8});
-  for (const bool keep : {true, false}) {
-    const PixelForm form{1, 4, false, keep};
-    Row row{keep ? "median_parallel_8u_C4_keep" : "median_parallel_8u_C4", form, args,
-            [keep](const Frame& f) { Driven(f, keep); },
-            [form](const Frame& f) { SortedMedian(f, form); }};
-    row.negativeSteps = true, row.sizes = {{64, 64}, {63, 65}, {100, 7}, {9, 2}};
-    if (!AddRow(row)) return false;
-  }
-  return true;
+  return AddMedianRow("median_parallel_8u_C4_keep", kForms[MedianGroup8uC4Keep], args,
+                      [](const Frame& f) { Driven(f, true); },
+                      {{64, 64}, {63, 65}, {100, 7}, {9, 2}}) &&
+         AddMedianRow("median_parallel_8u_C4", kForms[MedianGroup8uC4], args,
+                      [](const Frame& f) { Driven(f, false); },
+                      {{64, 64}, {63, 65}, {100, 7}, {9, 2}});
 }();
 
-// corvane_median through the shared object, every format: it runs the code
-// path that it detects, so once.
+// corvane_median runs the code path it detects, so once; every format.
 const bool kClient = [] {
-  constexpr PixelForm kForms[] = {{1, 3},       {1, 4},       {1, 4, false, true},
-                                  {2, 3},       {2, 4},       {2, 4, false, true},
-                                  {2, 3, true}, {2, 4, true}, {2, 4, true, true}};
   std::vector<Arg> args;
   for (const ImageSize m : {ImageSize{3, 3}, {5, 5}, {7, 7}, {1, 1}, {3, 5}, {21, 21}}) {
-    for (const int32_t border : {CORVANE_BORDER_REPLICATE, CORVANE_BORDER_CONSTANT}) {
-      args.push_back({std::to_string(m.width) + "x" + std::to_string(m.height) + " border " +
-                          std::to_string(border),
-                      {0, 0},
-                      m,
-                      uint32_t(border)});
-    }
+    for (const uint32_t border : {CORVANE_BORDER_REPLICATE, CORVANE_BORDER_CONSTANT})
+      args.push_back({Label(m, border), {0, 0}, m, border});
   }
+  bool added = true;
   for (int32_t format = CORVANE_8U_C3; format <= CORVANE_16S_C4K; ++format) {
-    const PixelForm form = kForms[format - 1];
-    auto run = [format, form](const Frame& f) {
+    // Formats list the kept fourth after the plain one, groups before it.
+    const int32_t group = format - 1 + (format % 3 == 2) - (format % 3 == 0);
+    auto run = [format, group](const Frame& f) {
       const corvane_image src{const_cast<uint8_t*>(f.src), f.srcStep, f.roi.width, f.roi.height,
                               format};
       const corvane_image dst{f.dst, f.dstStep, f.roi.width, f.roi.height, format};
       EXPECT_EQ(corvane_median(&src, &dst, f.arg.mask.width, f.arg.mask.height,
-                               int32_t(f.arg.border), ConstantPixel(form)),
+                               int32_t(f.arg.border), ConstantPixel(kForms[group])),
                 CORVANE_STATUS_OK);
     };
-    Row row{"median_client_" + std::to_string(format), form, args, run,
-            [form](const Frame& f) { SortedMedian(f, form); }};
-    row.variants = 1, row.negativeSteps = true, row.maxWidth = 70;
-    if (!AddRow(row)) return false;
+    added &=
+        AddMedianRow("median_client_" + std::to_string(format), kForms[group], args, run, {}, 1);
   }
-  return true;
+  return added;
 }();
-
-// Sizes in closed form, by code path (m7 n8 y8 e9 l9 k0).
-class MedianSizing : public CodePathTest {};
-
-TEST_P(MedianSizing, Answers) {
-  using Sizes = std::array<int32_t, 6>;
-  constexpr auto same = [](int32_t n) { return Sizes{n, n, n, n, n, n}; };
-  const struct {
-    ImageSize roi, mask;
-    PixelType type;
-    int32_t channels;
-    Sizes size;
-  } cases[] = {
-      {{1920, 1080}, {3, 3}, PixelType8u, 3, same(17312)},  // one strip
-      {{3, 3}, {3, 3}, PixelType8u, 3, same(96)},           // the whole image
-      {{10, 4}, {1, 1}, PixelType8u, 3, same(0)},
-      {{100, 50}, {3, 5}, PixelType16u, 4, same(5016)},
-      {{10, 10}, {5, 5}, PixelType16s, 3, same(512)},
-      {{20, 20}, {7, 7}, PixelType16s, 3, same(1800)},
-      {{100, 50}, {3, 3}, PixelType8u, 1, same(1568)},
-      {{100, 50}, {7, 7}, PixelType32f, 1, {13952, 13952, 14560, 14560, 14560, 14560}},
-      {{100, 50}, {9, 9}, PixelType32f, 1, {18272, 18272, 39968, 39968, 40064, 40064}},
-      {{100, 50}, {7, 7}, PixelType16u, 1, {7360, 7552, 7552, 7552, 7552, 7552}},
-      {{100, 50}, {7, 7}, PixelType16s, 1, {7360, 7552, 7552, 7552, 45232, 45232}},  // volume
-      {{200000, 200000}, {1001, 1001}, PixelType32f, 1, same(0)},                    // past 31 bits
-  };
-  for (const auto& c : cases) {
-    int32_t size = -1;
-    const PrimitiveStatus want = c.roi.width > 100000 ? StatusSizeOverflow : StatusOk;
-    EXPECT_EQ(ownFilterMedianBorderGetBufferSize(c.roi, c.mask, c.type, c.channels, &size), want);
-    EXPECT_EQ(size, c.size[Variant()])
-        << c.roi.width << "x" << c.roi.height << " mask " << c.mask.width << "x" << c.mask.height
-        << " type " << c.type;
-  }
-}
-
-CORVANE_INSTANTIATE_CODE_PATHS(MedianSizing);
 
 // Arguments of a call, the sizes flat: a region w x h, a mask a x b.
 struct FilterCall {
@@ -314,13 +243,8 @@ struct ClientCall {
 };
 using C = ClientCall&;
 ClientCall GoodClient(const Outputs& o) {
-  return {{const_cast<uint8_t*>(o.src), o.srcStep, 16, 16, CORVANE_8U_C3},
-          {o.dst, o.dstStep, 16, 16, CORVANE_8U_C3},
-          3,
-          3,
-          CORVANE_BORDER_REPLICATE,
-          kValue,
-          false};
+  const corvane_image src{const_cast<uint8_t*>(o.src), o.srcStep, 16, 16, CORVANE_8U_C3};
+  return {src, {o.dst, o.dstStep, 16, 16, CORVANE_8U_C3}, 3, 3, 1, kValue, false};
 }
 PrimitiveStatus Client(const ClientCall& c) {
   return corvane_median(c.nullSrc ? nullptr : &c.src, &c.dst, c.a, c.b, c.border, c.value);

@@ -1,11 +1,7 @@
-// ownWarpBilinear_8u_C3R and its affine kernels on every code path against a
-// pixel-by-pixel reference: each pixel of a row's span (found from the
-// crossings of the picture's edges) takes its source position, accumulated
-// along the row as designed, through its mode's sampling written from the
-// formula; positions off the affine road must map forward onto the pixel.
-// Crop-and-scale maps, rotations with shear, maps with x·y terms in all four
-// solve modes, on sources from one pixel wide; the caller's floating-point
-// state kept; the refusals.
+// ownWarpBilinear_8u_C3R on every code path against a pixel-by-pixel
+// reference written from the sampling formulas, over crop-and-scale maps,
+// rotations with shear and maps with x·y terms in all four solve modes, on
+// sources from one pixel wide; the caller's floating-point state; refusals.
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
@@ -90,10 +86,10 @@ struct Sampling {
     x -= x > 0, y -= y > 0;
     const int32_t ku = std::clamp<int32_t>(std::lrint((u - x) * 512.0f), 0, 1536);
     const int32_t kv = std::clamp<int32_t>(std::lrint((v - y) * 512.0f), 0, 1536);
-    const int32_t wx[4] = {Lagrange(ku, 0), Lagrange(ku, 1), Lagrange(1536 - ku, 1),
-                           Lagrange(1536 - ku, 0)};
-    const int32_t wy[4] = {Lagrange(kv, 0), Lagrange(kv, 1), Lagrange(1536 - kv, 1),
-                           Lagrange(1536 - kv, 0)};
+    int32_t wx[4], wy[4];
+    for (int i = 0; i < 4; ++i)
+      wx[i] = Lagrange(i < 2 ? ku : 1536 - ku, i == 1 || i == 2),
+      wy[i] = Lagrange(i < 2 ? kv : 1536 - kv, i == 1 || i == 2);
     for (int c = 0; c < 3; ++c) {
       int32_t sum = 0;
       for (int j = 0; j < 4; ++j) {

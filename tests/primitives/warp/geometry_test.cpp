@@ -37,9 +37,9 @@ int32_t ClassifyIntegerQuad(const int64_t* q) {
 class WarpGeometry : public CodePathTest {};
 
 // Random integer quads, every fourth a parallelogram, every fourth with a
-// straight corner: a convex one gets the coefficients whose bilinear form
-// takes each corner of the rectangle onto its corner of the quad, exactly
-// affine for a parallelogram; any other shape is refused.
+// straight corner at each point in turn: a convex one gets the coefficients
+// whose bilinear form takes each corner of the rectangle onto its corner of
+// the quad, exactly affine for a parallelogram; any other shape is refused.
 TEST_P(WarpGeometry, CoefficientsMapTheCornersAndShapesAreExact) {
   const decltype(&m7::ownClassifyQuad) classify[] = CORVANE_EACH_PATH(ownClassifyQuad);
   int convex = 0, concave = 0, straight = 0;
@@ -48,7 +48,8 @@ TEST_P(WarpGeometry, CoefficientsMapTheCornersAndShapesAreExact) {
     for (int64_t& v : iq) v = RandomInt(Rng(), -300, 300);
     const bool parallelogram = round % 4 == 0;
     if (parallelogram) iq[4] = iq[2] + iq[6] - iq[0], iq[5] = iq[3] + iq[7] - iq[1];
-    if (round % 4 == 2) iq[4] = 2 * iq[2] - iq[0], iq[5] = 2 * iq[3] - iq[1];
+    const int k = round / 4 % 4, before = 2 * ((k + 3) % 4), at = 2 * k, after = 2 * ((k + 1) % 4);
+    for (int i = 0; i < 2 && round % 4 == 2; ++i) iq[after + i] = 2 * iq[at + i] - iq[before + i];
     double quad[8];
     for (int i = 0; i < 8; ++i) quad[i] = double(iq[i]);
     const ImageRect rect{RandomInt(Rng(), 0, 500), RandomInt(Rng(), 0, 500),

@@ -15,7 +15,11 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "bench_median.h"
+#include "common/median_times.h"
+#ifdef CORVANE_BENCH_DECODE
+#include "common/decode_stage.h"
+#include "support/clips.h"
+#endif
 #include "primitives/core/cpu_dispatch.h"
 #include "primitives/median/median.h"
 #include "primitives/median/median_kernel.h"
@@ -122,25 +126,11 @@ void BM_Memcpy(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * Bytes(p.src));
 }
 
-class MedianReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
-          !run.error_occurred) {
-        medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
+void PrintRatio(const corvane::bench::MedianTimes& times, const std::string& a,
+                const std::string& b, const std::string& what) {
+  if (const double r = times.Ratio(a, b)) {
+    std::printf("%-28s %s / %s = %.2f\n", what.c_str(), b.c_str(), a.c_str(), r);
   }
-  std::map<std::string, double> medians;
-};
-
-void PrintRatio(const std::map<std::string, double>& m, const std::string& a, const std::string& b,
-                const std::string& what) {
-  const auto x = m.find(a), y = m.find(b);
-  if (x == m.end() || y == m.end() || x->second <= 0) return;
-  std::printf("%-28s %s / %s = %.2f\n", what.c_str(), b.c_str(), a.c_str(), y->second / x->second);
 }
 
 }  // namespace
@@ -170,28 +160,33 @@ int main(int argc, char** argv) {
   }
   configure(benchmark::RegisterBenchmark("memcpy_picture", BM_Memcpy));
 #ifdef CORVANE_BENCH_DECODE
-  corvane::bench::RegisterDecodeBenchmarks();
+  corvane::bench::RegisterDecodeStage("decode_median", &H264CodecDecompressMedian);
 #endif
 
-  MedianReporter reporter;
+  corvane::bench::MedianTimes reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nRatios of median times (above 1: the first is faster):\n");
   for (const Case& c : kCases) {
     for (const std::string& prefix : prefixes) {
       const std::string ours = "median_" + std::string(c.name) + "/" + prefix;
-      PrintRatio(reporter.medians, ours, "opencv_" + std::string(c.name),
+      PrintRatio(reporter, ours, "opencv_" + std::string(c.name),
                  std::string(c.name) + " vs OpenCV");
     }
   }
   // The parallel 5x5 against its own single thread.
   for (const std::string& prefix : prefixes) {
-    PrintRatio(reporter.medians, "median_8uC4_5x5_2threads/" + prefix,
-               "median_8uC4_5x5_1thread/" + prefix, "8uC4_5x5 2 threads vs 1");
+    PrintRatio(reporter, "median_8uC4_5x5_2threads/" + prefix, "median_8uC4_5x5_1thread/" + prefix,
+               "8uC4_5x5 2 threads vs 1");
   }
-  PrintRatio(reporter.medians, "median_8uC3_3x3/" + prefixes.back(), "memcpy_picture",
+  PrintRatio(reporter, "median_8uC3_3x3/" + prefixes.back(), "memcpy_picture",
              "3x3 against memcpy (cost)");
 #ifdef CORVANE_BENCH_DECODE
-  corvane::bench::PrintDecodeRatio(reporter.medians);
+  if (const double r = reporter.Ratio("decode", "decode_median")) {
+    std::printf("%-34s decode_median / decode = %.3f (%.2f ms a picture added)\n",
+                "median mode against plain decoding", r,
+                (reporter.Median("decode_median") - reporter.Median("decode")) /
+                    corvane::test::k1080p.frames);
+  }
 #endif
   return 0;
 }

@@ -16,10 +16,11 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "common/decode_stage.h"
+#include "common/median_times.h"
 #include "corvane_ext.h"
 #include "primitives/core/cpu_dispatch.h"
 #include "primitives/sharpen/sharpen.h"
-#include "support/clips.h"
 
 namespace {
 
@@ -90,50 +91,12 @@ void BM_Memcpy(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kBytes);
 }
 
-using DecompressFn = decltype(&H264CodecDecompress);
-
-// The whole 1080p stream through one session a run.
-void BM_Decode(benchmark::State& state, DecompressFn decompress) {
-  static const std::vector<corvane::test::Packet> packets =
-      corvane::test::LoadPackets(corvane::test::k1080p);
-  std::vector<uint8_t> out(kBytes);
-  long pictures = 0;
-  for (auto _ : state) {
-    CodecHandle session = H264CodecOpen();
-    for (const auto& p : packets) {
-      BITMAPINFOHEADER header{};
-      pictures += decompress(session, p.data(), int32_t(p.size()), &header, out.data(),
-                             int32_t(out.size())) == 0 &&
-                  header.biHeight == kHeight;
-    }
-    H264CodecClose(session);
-    benchmark::DoNotOptimize(out.data());
-  }
-  if (pictures != long(state.iterations()) * corvane::test::k1080p.frames) {
-    state.SkipWithError("not every packet gave a picture");
+void PrintRatio(const corvane::bench::MedianTimes& times, const std::string& faster,
+                const std::string& slower, const char* what) {
+  if (const double r = times.Ratio(faster, slower)) {
+    std::printf("%-30s %s / %s = %.2f\n", what, slower.c_str(), faster.c_str(), r);
   }
 }
-
-class Reporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
-          !run.error_occurred) {
-        medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  // How many times `slower` takes `faster`'s time.
-  void Ratio(const std::string& faster, const std::string& slower, const char* what) const {
-    const auto x = medians.find(faster), y = medians.find(slower);
-    if (x == medians.end() || y == medians.end() || x->second <= 0) return;
-    std::printf("%-30s %s / %s = %.2f\n", what, slower.c_str(), faster.c_str(),
-                y->second / x->second);
-  }
-  std::map<std::string, double> medians;
-};
 
 }  // namespace
 
@@ -163,23 +126,15 @@ int main(int argc, char** argv) {
   }
   configure(benchmark::RegisterBenchmark("opencv_filter2D", BM_OpenCV));
   configure(benchmark::RegisterBenchmark("memcpy_picture", BM_Memcpy));
-  for (auto [name, fn] : {std::pair<const char*, DecompressFn>{"decode", &H264CodecDecompress},
-                          {"decode_sharpen", &corvane_codec_decompress_sharpen}}) {
-    benchmark::RegisterBenchmark(name, BM_Decode, fn)
-        ->Iterations(2)
-        ->Repetitions(7)
-        ->ReportAggregatesOnly(true)
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
-  }
+  corvane::bench::RegisterDecodeStage("decode_sharpen", &corvane_codec_decompress_sharpen);
 
-  Reporter reporter;
+  corvane::bench::MedianTimes reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nRatios of median times:\n");
   for (const std::string& name : ours) {
-    reporter.Ratio(name, "opencv_filter2D", "speed-up on filter2D");
-    reporter.Ratio("memcpy_picture", name, "cost against memcpy");
+    PrintRatio(reporter, name, "opencv_filter2D", "speed-up on filter2D");
+    PrintRatio(reporter, "memcpy_picture", name, "cost against memcpy");
   }
-  reporter.Ratio("decode", "decode_sharpen", "decode + sharpen against decode");
+  PrintRatio(reporter, "decode", "decode_sharpen", "decode + sharpen against decode");
   return 0;
 }

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "common/median_times.h"
 #include "corvane.h"
 #include "corvane_image.h"
 #include "primitives/core/cpu_dispatch.h"
@@ -166,25 +167,11 @@ void BM_Peer(benchmark::State& state, Call call, Map map, int mode) {
   state.SetItemsProcessed(int64_t(state.iterations()) * map.width * map.height);
 }
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
-          !run.error_occurred) {
-        medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> medians;
-};
-
-void PrintRatio(const std::map<std::string, double>& m, const std::string& ours,
+void PrintRatio(const corvane::bench::MedianTimes& times, const std::string& ours,
                 const std::string& peer) {
-  const auto a = m.find(ours), b = m.find(peer);
-  if (a == m.end() || b == m.end() || a->second <= 0) return;
-  std::printf("%-36s %-40s %.2f\n", ours.c_str(), peer.c_str(), b->second / a->second);
+  if (const double r = times.Ratio(ours, peer)) {
+    std::printf("%-36s %-40s %.2f\n", ours.c_str(), peer.c_str(), r);
+  }
 }
 
 }  // namespace
@@ -251,9 +238,9 @@ int main(int argc, char** argv) {
       pairs.emplace_back(name, "opencv_warpAffine/" + size);
     }
   }
-  RatioReporter reporter;
+  corvane::bench::MedianTimes reporter(/*cpuTime=*/true);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nRatios of median times, peer / ours (above 1: ours is faster):\n");
-  for (const auto& [ours, peer] : pairs) PrintRatio(reporter.medians, ours, peer);
+  for (const auto& [ours, peer] : pairs) PrintRatio(reporter, ours, peer);
   return 0;
 }

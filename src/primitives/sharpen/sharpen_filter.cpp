@@ -1,7 +1,7 @@
 // The sharpen entry and its sizing, one build per code path: the argument
 // checks, the scratch laid out as the column-sum line then the planner's
 // room, and the border planner that runs the kernel over the region.
-#include <limits>
+#include <cstdint>
 
 #include "primitives/core/border.h"
 #include "primitives/sharpen/sharpen.h"
@@ -40,7 +40,7 @@ PrimitiveStatus ownFilterSharpenBorderGetBufferSize(ImageSize roi, int32_t mask,
   const int64_t sum = srcType == PixelType8u ? 2 : 4;
   // 32 bytes to bring the line to a multiple of 32 wherever the block starts.
   const int64_t total = RoundUp32(channels * pixels * element) + LineBytes(w, channels, sum) + 32;
-  if (total > std::numeric_limits<int32_t>::max()) {
+  if (total > INT32_MAX) {
     *size = 0;
     return StatusSizeOverflow;
   }

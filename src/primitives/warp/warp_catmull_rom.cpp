@@ -29,10 +29,12 @@ using Real = double;
 using Real = float;
 #endif
 
-// a·b + c, fused on the paths that have it.
+// a·b + c, fused on the paths that have it. The builtin, not std::fma: an
+// unoptimised build emits the library's inline overload as a shared symbol,
+// which would carry this path's instructions out of its unit.
 WARP_INLINE Real Fma(Real a, Real b, Real c) {
 #if CORVANE_VARIANT_INDEX >= 4
-  return std::fma(a, b, c);
+  return __builtin_fmaf(a, b, c);
 #else
   return a * b + c;
 #endif

@@ -57,9 +57,10 @@ WARP_INLINE void Clamped(int64_t first, int64_t last, int64_t scale, int64_t* at
   }
 }
 
+// A NaN (a position the coefficients put nowhere) gives 0, as below the range.
 WARP_INLINE uint8_t Finish(Real value) {
   if (value > Real(255)) return 255;
-  if (value < Real(0)) return 0;
+  if (!(value >= Real(0))) return 0;
   return uint8_t(int32_t(value + Real(0.5)));
 }
 

@@ -151,13 +151,7 @@ struct CubicMode {
       const __m128i words = _mm_packs_epi32(_mm_srai_epi32(_mm_add_epi32(lo, round), 20),
                                             _mm_srai_epi32(_mm_add_epi32(hi, round), 20));
       const __m128i bytes = _mm_packus_epi16(words, words);
-      if (elements - e >= 8) {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(d + e), bytes);
-      } else {
-        uint8_t rest[16];
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(rest), bytes);
-        std::memcpy(d + e, rest, size_t(elements - e));
-      }
+      StoreUpTo8(d + e, bytes, elements - e);
     }
   }
 };

@@ -128,13 +128,7 @@ struct LinearMode {
           _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(t, b), down), round), 20);
       const __m128i words = _mm_packs_epi32(lo, hi);
       const __m128i bytes = _mm_packus_epi16(words, words);
-      if (elements - e >= 8) {
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(d + e), bytes);
-      } else {
-        uint8_t last[16];
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(last), bytes);
-        std::memcpy(d + e, last, size_t(elements - e));
-      }
+      StoreUpTo8(d + e, bytes, elements - e);
     }
   }
 };

@@ -40,20 +40,27 @@ void CopyByOffsets(const uint8_t* s, const int64_t* offsets, int64_t count, int6
   Copy3(s + offsets[k], d);
 }
 
+// A pixel index kept inside 0..last. Positions of the row table lie in the
+// source; a transform scaled to the edge of double range can put its
+// inverse's arithmetic anywhere (NaN converts to INT32_MIN), and no such
+// position may reach outside the image.
+int64_t Inside(int64_t index, int64_t last) { return index < 0 ? 0 : index > last ? last : index; }
+
 // Offsets of `count` pixels from the position `acc`, stepping by `step`:
 // both coordinates truncated toward zero.
-void RowOffsets(__m128d acc, __m128d step, int64_t count, int64_t srcStep, int64_t* offsets) {
+void RowOffsets(__m128d acc, __m128d step, int64_t count, int64_t srcStep, int32_t lastColumn,
+                int32_t lastRow, int64_t* offsets) {
   for (int64_t k = 0; k < count; ++k, acc = _mm_add_pd(acc, step)) {
     const int64_t uv = _mm_cvtsi128_si64(_mm_cvttpd_epi32(acc));
     const int64_t u = int32_t(uint64_t(uv)), v = int32_t(uint64_t(uv) >> 32);
-    offsets[k] = v * srcStep + 3 * u;
+    offsets[k] = Inside(v, lastRow) * srcStep + 3 * Inside(u, lastColumn);
   }
 }
 
 // u alone, for maps where v stays put along a row.
-void ColumnOffsets(__m128d acc, __m128d step, int64_t count, int64_t* offsets) {
+void ColumnOffsets(__m128d acc, __m128d step, int64_t count, int32_t lastColumn, int64_t* offsets) {
   for (int64_t k = 0; k < count; ++k, acc = _mm_add_sd(acc, step)) {
-    offsets[k] = 3 * int64_t(_mm_cvttsd_si32(acc));
+    offsets[k] = 3 * Inside(_mm_cvttsd_si32(acc), lastColumn);
   }
 }
 
@@ -87,17 +94,17 @@ void ownWarpAffineNearest_8u_C3(const uint8_t* src, uint8_t* dstRow, int32_t src
     const int64_t count = int64_t(right) - left + 1;
     uint8_t* const d = dstRow + 3 * int64_t(left);
     if (!axisAligned) {
-      RowOffsets(acc, step, count, srcStep, offsets);
+      RowOffsets(acc, step, count, srcStep, lastColumn, lastRow, offsets);
       // A fourth byte may be read anywhere but at the source's last pixel.
       CopyByOffsets(src, offsets, count, int64_t(lastRow) * srcStep + 3 * int64_t(lastColumn), d);
       continue;
     }
     if (left != tableLeft || right > tableRight) {
-      ColumnOffsets(acc, step, count, offsets);
+      ColumnOffsets(acc, step, count, lastColumn, offsets);
       tableLeft = left;
       tableRight = right;
     }
-    const int64_t v = _mm_cvttsd_si32(_mm_unpackhi_pd(acc, acc));
+    const int64_t v = Inside(_mm_cvttsd_si32(_mm_unpackhi_pd(acc, acc)), lastRow);
     const int64_t wideLimit = v < lastRow ? INT64_MAX : 3 * int64_t(lastColumn);
     CopyByOffsets(src + v * srcStep, offsets, count, wideLimit, d);
   }

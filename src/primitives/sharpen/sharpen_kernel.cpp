@@ -19,123 +19,37 @@
 namespace corvane::CORVANE_VARIANT {
 namespace {
 
-#define CORVANE_SHARPEN_INLINE inline __attribute__((always_inline))
-
-#if CORVANE_VARIANT_INDEX == 5
-using V = __m512i;
-CORVANE_SHARPEN_INLINE V Load(const void* p) { return _mm512_loadu_si512(p); }
-CORVANE_SHARPEN_INLINE void Store(void* p, V v) { _mm512_storeu_si512(p, v); }
-CORVANE_SHARPEN_INLINE V Splat(int16_t v) { return _mm512_set1_epi16(v); }
-CORVANE_SHARPEN_INLINE V Add(V a, V b) { return _mm512_add_epi16(a, b); }
-CORVANE_SHARPEN_INLINE V And(V a, V b) { return _mm512_and_si512(a, b); }
-CORVANE_SHARPEN_INLINE V Or(V a, V b) { return _mm512_or_si512(a, b); }
-CORVANE_SHARPEN_INLINE V SubLimited(V a, V b) { return _mm512_subs_epu16(a, b); }
-CORVANE_SHARPEN_INLINE V Min(V a, V b) { return _mm512_min_epi16(a, b); }
-template <int N>
-CORVANE_SHARPEN_INLINE V ShiftLeft(V a) {
-  return _mm512_slli_epi16(a, N);
-}
-template <int N>
-CORVANE_SHARPEN_INLINE V ShiftRight(V a) {
-  return _mm512_srli_epi16(a, N);
-}
-CORVANE_SHARPEN_INLINE V PairProducts(V bytes, V weights) {
-  return _mm512_maddubs_epi16(bytes, weights);
-}
-CORVANE_SHARPEN_INLINE V RoundedEighth(V v) {
-  return _mm512_mulhrs_epi16(v, _mm512_set1_epi16(4096));
-}
-// Less 1 where v is 4 modulo 16.
-CORVANE_SHARPEN_INLINE V TieToEven(V r, V v) {
-  const __mmask32 tie = _mm512_cmpeq_epi16_mask(And(v, Splat(15)), Splat(4));
-  return _mm512_mask_sub_epi16(r, tie, r, Splat(1));
-}
-#elif CORVANE_VARIANT_INDEX == 4
-using V = __m256i;
-CORVANE_SHARPEN_INLINE V Load(const void* p) {
-  return _mm256_loadu_si256(static_cast<const __m256i*>(p));
-}
-CORVANE_SHARPEN_INLINE void Store(void* p, V v) {
-  _mm256_storeu_si256(static_cast<__m256i*>(p), v);
-}
-CORVANE_SHARPEN_INLINE V Splat(int16_t v) { return _mm256_set1_epi16(v); }
-CORVANE_SHARPEN_INLINE V Add(V a, V b) { return _mm256_add_epi16(a, b); }
-CORVANE_SHARPEN_INLINE V And(V a, V b) { return _mm256_and_si256(a, b); }
-CORVANE_SHARPEN_INLINE V Or(V a, V b) { return _mm256_or_si256(a, b); }
-CORVANE_SHARPEN_INLINE V SubLimited(V a, V b) { return _mm256_subs_epu16(a, b); }
-CORVANE_SHARPEN_INLINE V Min(V a, V b) { return _mm256_min_epi16(a, b); }
-template <int N>
-CORVANE_SHARPEN_INLINE V ShiftLeft(V a) {
-  return _mm256_slli_epi16(a, N);
-}
-template <int N>
-CORVANE_SHARPEN_INLINE V ShiftRight(V a) {
-  return _mm256_srli_epi16(a, N);
-}
-CORVANE_SHARPEN_INLINE V PairProducts(V bytes, V weights) {
-  return _mm256_maddubs_epi16(bytes, weights);
-}
-CORVANE_SHARPEN_INLINE V RoundedEighth(V v) {
-  return _mm256_mulhrs_epi16(v, _mm256_set1_epi16(4096));
-}
-CORVANE_SHARPEN_INLINE V TieToEven(V r, V v) {
-  return _mm256_add_epi16(r, _mm256_cmpeq_epi16(And(v, Splat(15)), Splat(4)));
-}
-#else
-using V = __m128i;
-CORVANE_SHARPEN_INLINE V Load(const void* p) {
-  return _mm_loadu_si128(static_cast<const __m128i*>(p));
-}
-CORVANE_SHARPEN_INLINE void Store(void* p, V v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
-CORVANE_SHARPEN_INLINE V Splat(int16_t v) { return _mm_set1_epi16(v); }
-CORVANE_SHARPEN_INLINE V Add(V a, V b) { return _mm_add_epi16(a, b); }
-CORVANE_SHARPEN_INLINE V And(V a, V b) { return _mm_and_si128(a, b); }
-CORVANE_SHARPEN_INLINE V Or(V a, V b) { return _mm_or_si128(a, b); }
-CORVANE_SHARPEN_INLINE V SubLimited(V a, V b) { return _mm_subs_epu16(a, b); }
-CORVANE_SHARPEN_INLINE V Min(V a, V b) { return _mm_min_epi16(a, b); }
-template <int N>
-CORVANE_SHARPEN_INLINE V ShiftLeft(V a) {
-  return _mm_slli_epi16(a, N);
-}
-template <int N>
-CORVANE_SHARPEN_INLINE V ShiftRight(V a) {
-  return _mm_srli_epi16(a, N);
-}
-#if CORVANE_VARIANT_INDEX >= 1
-CORVANE_SHARPEN_INLINE V PairProducts(V bytes, V weights) {
-  return _mm_maddubs_epi16(bytes, weights);
-}
-CORVANE_SHARPEN_INLINE V RoundedEighth(V v) { return _mm_mulhrs_epi16(v, _mm_set1_epi16(4096)); }
-#else
-// (v + 4) / 8 without SSSE3's rounding multiply.
-CORVANE_SHARPEN_INLINE V RoundedEighth(V v) { return ShiftRight<3>(Add(v, Splat(4))); }
-#endif
-CORVANE_SHARPEN_INLINE V TieToEven(V r, V v) {
-  return _mm_add_epi16(r, _mm_cmpeq_epi16(And(v, Splat(15)), Splat(4)));
-}
-#endif
+#include "primitives/core/simd_wide.inc"
 
 constexpr int32_t kBytes = sizeof(V);
 
+// (v + 4) / 8, as the rounding multiply by 2^12 gives it from SSSE3 on.
+#if CORVANE_VARIANT_INDEX >= 1
+CORVANE_WIDE_INLINE V RoundedEighth(V v) { return MulHighRounded(v, Splat(4096)); }
+#else
+CORVANE_WIDE_INLINE V RoundedEighth(V v) { return ShiftRight<3>(Add(v, Splat(4))); }
+#endif
+
+// Less 1 where v is 4 modulo 16: the ties, which go to the even quotient.
+CORVANE_WIDE_INLINE V TieToEven(V r, V v) { return Add(r, Equal(And(v, Splat(15)), Splat(4))); }
+
 // The even and odd bytes of a vector, each in the low half of its lane.
-CORVANE_SHARPEN_INLINE V Even(V bytes) { return And(bytes, Splat(0xFF)); }
-CORVANE_SHARPEN_INLINE V Odd(V bytes) { return ShiftRight<8>(bytes); }
+CORVANE_WIDE_INLINE V Even(V bytes) { return And(bytes, Splat(0xFF)); }
+CORVANE_WIDE_INLINE V Odd(V bytes) { return ShiftRight<8>(bytes); }
 
 // 17 times the even or the odd bytes: one byte product from SSSE3 on, whose
 // weights are 17 for the bytes wanted and 0 for the others.
 #if CORVANE_VARIANT_INDEX >= 1
-CORVANE_SHARPEN_INLINE V Times17Even(V bytes) { return PairProducts(bytes, Splat(17)); }
-CORVANE_SHARPEN_INLINE V Times17Odd(V bytes) { return PairProducts(bytes, Splat(17 << 8)); }
+CORVANE_WIDE_INLINE V Times17Even(V bytes) { return PairProducts(bytes, Splat(17)); }
+CORVANE_WIDE_INLINE V Times17Odd(V bytes) { return PairProducts(bytes, Splat(17 << 8)); }
 #else
-CORVANE_SHARPEN_INLINE V Times17Even(V bytes) {
-  return Add(ShiftLeft<4>(Even(bytes)), Even(bytes));
-}
-CORVANE_SHARPEN_INLINE V Times17Odd(V bytes) { return Add(ShiftLeft<4>(Odd(bytes)), Odd(bytes)); }
+CORVANE_WIDE_INLINE V Times17Even(V bytes) { return Add(ShiftLeft<4>(Even(bytes)), Even(bytes)); }
+CORVANE_WIDE_INLINE V Times17Odd(V bytes) { return Add(ShiftLeft<4>(Odd(bytes)), Odd(bytes)); }
 #endif
 
 // 17 * p - s limited at 0, then divided by 8 to nearest with ties to even,
 // limited at 255.
-CORVANE_SHARPEN_INLINE V Sharpened(V p17, V s) {
+CORVANE_WIDE_INLINE V Sharpened(V p17, V s) {
   const V v = SubLimited(p17, s);
   return Min(TieToEven(RoundedEighth(v), v), Splat(255));
 }

@@ -54,12 +54,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int32_t width = in.Next() % 72, height = in.Next() % 40;
   int32_t maskWidth = MaskSide(in.Next()), maskHeight = MaskSide(in.Next());
   // An input stays fast: the work of a call grows as the mask's values times
-  // the pixels, so past 2^24 of it the mask is thinned, one side and then the
+  // the pixels, so past 2^20 of it the mask is thinned, one side and then the
   // other. Two huge sides stay, as their scratch is refused before any work.
   const auto work = [&] { return int64_t{maskWidth} * maskHeight * width * height; };
   if (!(maskWidth == 99999 && maskHeight == 99999)) {
-    if (work() > (int64_t{1} << 24)) maskHeight = 1;
-    if (work() > (int64_t{1} << 24)) maskWidth %= 64;
+    if (work() > (int64_t{1} << 20)) maskHeight = 1;
+    if (work() > (int64_t{1} << 20)) maskWidth %= 64;
   }
   const uint8_t borderCode = in.Next();
   const int32_t border = borderCode < 128   ? CORVANE_BORDER_REPLICATE
